@@ -1,0 +1,32 @@
+# Entry points: `make run` starts the simulated camera with the web server in
+# front; `make test` runs the whole suite. Both install what is missing first.
+PRESET ?= default
+PORT ?= 8080
+BUILD_DIR := $(if $(filter sanitize,$(PRESET)),build-san,build)
+JOBS ?= $(shell nproc)
+
+.PHONY: all setup build run test unit e2e clean
+
+all: build
+
+setup:
+	@scripts/setup.sh
+
+build: setup
+	@cmake --preset $(PRESET) >/dev/null
+	@cmake --build --preset $(PRESET) -j $(JOBS)
+
+run: build
+	@PORT=$(PORT) scripts/run.sh $(BUILD_DIR)
+
+test: build
+	@ctest --preset $(PRESET) --output-on-failure
+
+unit: build
+	@ctest --preset $(PRESET) --output-on-failure -L unit
+
+e2e: build
+	@ctest --preset $(PRESET) --output-on-failure -L e2e
+
+clean:
+	rm -rf build build-san run

@@ -1,0 +1,42 @@
+// The one place that talks to the FastCGI standard-I/O layer. Handlers print
+// their replies and read request bodies through these calls, so that the same
+// handlers run unchanged inside unit tests (see OutputCapture).
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+int out_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+size_t out_write(const void* data, size_t size);
+
+// Request body input.
+int in_getchar();                       // next byte or EOF (-1)
+size_t in_read(void* buffer, size_t size);
+
+// Files opened through the FastCGI layer (firmware upload).
+struct OutFile;
+OutFile* out_fopen(const char* path, const char* mode);
+size_t out_fwrite(const void* data, size_t size, OutFile* file);
+int out_fclose(OutFile* file);
+
+// While one of these lives, output goes to `reply` and input comes from
+// `body` instead of the FastCGI streams.
+class OutputCapture {
+public:
+    explicit OutputCapture(std::string_view body = {});
+    ~OutputCapture();
+    OutputCapture(const OutputCapture&) = delete;
+    OutputCapture& operator=(const OutputCapture&) = delete;
+    const std::string& text() const { return reply_; }
+    void clear() { reply_.clear(); }
+
+private:
+    std::string reply_;
+    std::string body_;
+    size_t pos_ = 0;
+    friend int out_printf(const char*, ...);
+    friend size_t out_write(const void*, size_t);
+    friend int in_getchar();
+    friend size_t in_read(void*, size_t);
+};

@@ -1,0 +1,9 @@
+// System V message queues. Sizes are whole message sizes: the 8-byte type
+// word is not counted in what goes over the queue.
+#pragma once
+
+int Msg_Init(int key);
+int Msg_Kill(int qid);
+int Msg_Send(int qid, void* msg, int size);
+int Msg_Rcv(int qid, int type, void* msg, int size);
+int Msg_Send_Rcv(int qid, int type, void* msg, int size);
