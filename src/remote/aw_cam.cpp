@@ -1,0 +1,2 @@
+#include "remote/aw_cam.h"
+int aw_cam(const char*) { return -1; }
