@@ -1,2 +1,50 @@
 #!/usr/bin/env bash
-echo "e2e: not wired yet"
+# End-to-end tests: a fresh simulated camera in its sandbox, the web server in
+# front of it on a free port, then BUILD_DIR/e2e_tests against both.
+# Usage: scripts/e2e.sh BUILD_DIR [gtest arguments, e.g. --gtest_filter=Rewrite*]
+# State: <repo>/run/e2e (removed first), so that `make run` can go on beside.
+set -uo pipefail
+
+[ $# -ge 1 ] || { echo "usage: $0 BUILD_DIR [gtest args]" >&2; exit 2; }
+REPO=$(cd "$(dirname "$0")/.." && pwd)
+BUILD=$(cd "$1" 2>/dev/null && pwd) || { echo "e2e: no build directory $1" >&2; exit 2; }
+shift
+export CAMERA_RUN_DIR=${E2E_RUN_DIR:-$REPO/run/e2e}
+# shellcheck source=camera-common.sh
+. "$REPO/scripts/camera-common.sh"
+
+[ -x "$BUILD/e2e_tests" ] || { echo "e2e: $BUILD/e2e_tests is not built" >&2; exit 1; }
+
+show_logs() {
+  local f
+  for f in "$CAMERA_RUN_DIR"/*.log "$CAMERA_RUN_DIR"/*.out; do
+    [ -s "$f" ] || continue
+    echo "---- last lines of ${f#"$REPO"/}" >&2
+    tail -n 20 "$f" >&2
+  done
+}
+
+finish() {
+  trap '' INT TERM HUP
+  camera_stop
+  exit "${1:-1}"
+}
+trap 'finish 130' INT
+trap 'finish 143' TERM HUP
+
+camera_wipe "$CAMERA_RUN_DIR" || exit 1
+mkdir -p "$CAMERA_RUN_DIR"
+camera_start 20 || { show_logs; finish 1; }
+
+started=0
+for _ in 1 2 3; do
+  port=$(free_port) || break
+  lighttpd_start "$port" && { started=1; break; }
+done
+[ "$started" -eq 1 ] || { echo "e2e: no web server" >&2; show_logs; finish 1; }
+export WEB_HTTP_PORT=$port
+
+"$BUILD/e2e_tests" "$@"
+status=$?
+[ "$status" -eq 0 ] || show_logs
+finish "$status"

@@ -71,3 +71,15 @@ int image_ptz_home();
 
 // ---- snapshot: picture through the system server into /tmp/snap.jpg ----------------
 int image_snapshot(int mode, const char* name, int width, int height, int flag);
+
+// ---- transport seam ----------------------------------------------------------------
+// The channels every operation uses. Tests install their own to record packets
+// and feed canned replies; a null table (or a null member) means the real
+// camera command channel and system command channel.
+struct CamTransport {
+    int (*wait)(uint8_t* packet, int length, int* capacity);   // send, await the reply
+    int (*nowait)(const uint8_t* packet, int length);          // send, no reply awaited
+    void (*flush)();                                           // drop pending replies
+    int (*sys)(uint32_t cmd, void* data, int length, int* capacity);  // system command
+};
+void image_ctrl_set_transport(const CamTransport* transport);

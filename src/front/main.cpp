@@ -1,1 +1,3 @@
-int main() { return 0; }
+#include "front/web.h"
+
+int main() { return web_main(); }

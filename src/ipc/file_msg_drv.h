@@ -43,3 +43,7 @@ int fSetAudioParams(const AudioParams* params);
 
 int ReplaceConfigLine(const char* path, const char* prefix, const char* new_line);
 uint32_t XorChecksum(const uint8_t* data, int length);
+
+// Polls of 10 ms the readers wait for the server (1000 by default; a
+// negative value restores the default). Lets tests shorten the 10 s wait.
+void SetFileMsgPollBudget(int polls);

@@ -1,7 +1,207 @@
+// JSON control API: the get and set dispatchers, the access rule for
+// requests not made with GET, the access key and the login check.
 #include "json/json_ctrl_func.h"
-int json_get_ctrl(const char*) { return -1; }
-int json_set_ctrl(const char*) { return -1; }
-int json_login_check(const char*) { return -1; }
-void json_access_key_update() {}
-int json_access_key_match(int32_t) { return 0; }
-uint32_t json_access_key() { return 0; }
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "front/output.h"
+#include "front/reply.h"
+#include "ipc/file_msg_drv.h"
+#include "json/json_ai.h"
+#include "json/json_image.h"
+#include "json/json_section.h"
+#include "net/net_config.h"
+#include "support/log.h"
+
+namespace {
+
+// ---- section tables, in the order names are tried ---------------------------
+
+constexpr std::array<JsonSection, 18> kGetSections{{
+    {"key", SectionValue::any, nullptr},
+    {"ndi", SectionValue::any, json_section_pending},
+    {"full ndi", SectionValue::any, json_section_pending},
+    {"srt", SectionValue::any, json_section_pending},
+    {"gb28181", SectionValue::any, json_section_pending},
+    {"FreeD", SectionValue::any, json_section_pending},
+    {"record", SectionValue::any, json_section_pending},
+    {"audio", SectionValue::any, json_section_pending},
+    {"ai", SectionValue::any, json_section_refused},
+    {"NTP", SectionValue::any, json_section_pending},
+    {"venc", SectionValue::object, json_section_pending},
+    {"VencAbility", SectionValue::object, json_section_pending},
+    {"ethernet", SectionValue::object, json_section_pending},
+    {"system", SectionValue::object, json_section_pending},
+    {"image", SectionValue::object, json_image_get_ctrl},
+    {"rtmp", SectionValue::object, json_section_pending},
+    {"rtp multicast", SectionValue::object, json_section_pending},
+    {"reg", SectionValue::object, json_section_pending},
+}};
+
+constexpr std::array<JsonSection, 18> kSetSections{{
+    {"key", SectionValue::any, nullptr},
+    {"venc", SectionValue::object, json_section_pending},
+    {"audio", SectionValue::object, json_section_pending},
+    {"ai", SectionValue::object, json_ai_set_ctrl},
+    {"ethernet", SectionValue::object, json_section_pending},
+    {"image", SectionValue::object, json_image_set_ctrl},
+    {"system", SectionValue::object, json_section_pending},
+    {"rtmp", SectionValue::object, json_section_pending},
+    {"rtp multicast", SectionValue::object, json_section_pending},
+    {"file ctrl", SectionValue::object, json_section_pending},
+    {"NTP", SectionValue::object, json_section_pending},
+    {"reg", SectionValue::object, json_section_pending},
+    {"ndi", SectionValue::object, json_section_pending},
+    {"full ndi", SectionValue::object, json_section_pending},
+    {"srt", SectionValue::object, json_section_pending},
+    {"gb28181", SectionValue::object, json_section_pending},
+    {"FreeD", SectionValue::object, json_section_pending},
+    {"record", SectionValue::object, json_section_pending},
+}};
+
+// ---- access key -----------------------------------------------------------------
+
+// k0 in the lowest byte; the key lives for the whole process. Until the
+// settings record has been read once there is no key, and no number matches.
+uint32_t g_access_key = 0;
+bool g_access_key_known = false;
+
+constexpr size_t kLoginMax = 255;
+
+// A stored text field, bounded by its array even when it lacks its zero.
+template <size_t N>
+std::string_view field_text(const char (&field)[N]) {
+    return {field, strnlen(field, N)};
+}
+
+struct JsonDeleter {
+    void operator()(cJSON* item) const { cJSON_Delete(item); }
+};
+using JsonTree = std::unique_ptr<cJSON, JsonDeleter>;
+
+struct TextDeleter {
+    void operator()(char* text) const { cJSON_free(text); }
+};
+using PrintedText = std::unique_ptr<char, TextDeleter>;
+
+enum class Dispatcher : uint8_t { get, set };
+
+// True when the request proves itself with the key or a correct login.
+bool access_granted(const cJSON* request) {
+    const cJSON* key = cJSON_GetObjectItemCaseSensitive(request, "key");
+    if (cJSON_IsNumber(key) && json_access_key_match(static_cast<int32_t>(key->valueint)) == 1)
+        return true;
+    const cJSON* system = cJSON_GetObjectItemCaseSensitive(request, "system");
+    if (!cJSON_IsObject(system)) return false;
+    const cJSON* login = cJSON_GetObjectItemCaseSensitive(system, "login");
+    return cJSON_IsString(login) && login->valuestring != nullptr &&
+           json_login_check(login->valuestring) == 0;
+}
+
+int dispatch(const char* text, Dispatcher which) {
+    JsonTree request(text != nullptr ? cJSON_Parse(text) : nullptr);
+    if (!request || request->child == nullptr) {
+        reply_error("This is no json");
+        return -1;
+    }
+    JsonTree reply(cJSON_CreateObject());
+    if (!reply) {
+        reply_error("This is no json");
+        return -1;
+    }
+
+    const char* method = std::getenv("REQUEST_METHOD");
+    if ((method == nullptr || std::strcmp(method, "GET") != 0) && !access_granted(request.get())) {
+        for (const cJSON* member = request->child; member != nullptr; member = member->next)
+            json_answer_false(reply.get(), member->string);
+        cJSON_AddItemToObject(reply.get(), "status", cJSON_CreateFalse());
+    } else {
+        json_section_dispatch(which == Dispatcher::get ? std::span<const JsonSection>(kGetSections)
+                                                       : std::span<const JsonSection>(kSetSections),
+                              request.get(), reply.get());
+    }
+
+    reply_header(kHdrJson);
+    PrintedText printed(cJSON_Print(reply.get()));
+    if (printed) {
+        out_printf("%s\n", printed.get());
+        if (which == Dispatcher::get) LOG_DBG("%s\n", printed.get());
+    }
+    return 0;
+}
+
+}  // namespace
+
+uint32_t json_access_key_compute(const char* user, const char* password, const char* dotted,
+                                 const unsigned char mac[6]) {
+    std::array<uint8_t, 4> k{};
+    size_t i = 0;
+    for (const char* part : {user, password, dotted}) {
+        if (part == nullptr) continue;
+        for (const char* c = part; *c != '\0'; ++c, ++i)
+            k[i % 4] = static_cast<uint8_t>(k[i % 4] + static_cast<uint8_t>(*c));
+    }
+    if (mac != nullptr) {
+        k[0] = static_cast<uint8_t>(k[0] + mac[0] + mac[4]);
+        k[1] = static_cast<uint8_t>(k[1] + mac[1] + mac[5]);
+        k[2] = static_cast<uint8_t>(k[2] + mac[2]);
+        k[3] = static_cast<uint8_t>(k[3] + mac[3]);
+    }
+    return k[0] | (uint32_t{k[1]} << 8) | (uint32_t{k[2]} << 16) | (uint32_t{k[3]} << 24);
+}
+
+void json_access_key_update() {
+    const SysInfo* info = GetSysInfo();
+    if (info == nullptr) {
+        LOG_ERR("GetSysInfo failed!\n");
+        return;
+    }
+    in_addr addr{};
+    addr.s_addr = info->dhcp != 0 ? net_get_ifaddr("eth0") : info->ip;
+    const std::string user(field_text(info->user));
+    const std::string password(field_text(info->password));
+    // inet_ntoa's buffer is static; copy it before anything else may reuse it.
+    const std::string dotted(inet_ntoa(addr));
+    g_access_key = json_access_key_compute(user.c_str(), password.c_str(), dotted.c_str(), info->mac);
+    g_access_key_known = true;
+}
+
+int json_access_key_match(int32_t key) {
+    return g_access_key_known && key == static_cast<int32_t>(g_access_key) ? 1 : 0;
+}
+
+uint32_t json_access_key() { return g_access_key; }
+
+int json_login_split(const char* login, std::string_view* user, std::string_view* password) {
+    if (login == nullptr) return -1;
+    const size_t length = strnlen(login, kLoginMax + 1);
+    if (length > kLoginMax) return -1;
+    const std::string_view text(login, length);
+    const size_t colon = text.find(':');
+    if (colon == std::string_view::npos) return -1;
+    if (user != nullptr) *user = text.substr(0, colon);
+    if (password != nullptr) *password = text.substr(colon + 1);
+    return 0;
+}
+
+int json_login_check(const char* login) {
+    json_access_key_update();
+    std::string_view user;
+    std::string_view password;
+    if (json_login_split(login, &user, &password) != 0) return -1;
+    const SysInfo* info = GetSysInfo();
+    if (info == nullptr) return -1;
+    return user == field_text(info->user) && password == field_text(info->password) ? 0 : -1;
+}
+
+int json_get_ctrl(const char* text) { return dispatch(text, Dispatcher::get); }
+
+int json_set_ctrl(const char* text) { return dispatch(text, Dispatcher::set); }

@@ -62,3 +62,34 @@ void* elog_memcpy(void* dst, const void* src, size_t count);
 // Reads the level of `process_name` from "/opt/params/print.conf" (or the
 // given path) into g_print_level and the filter level.
 void elog_load_print_level(const char* process_name, const char* path = "/opt/params/print.conf");
+
+// ---- assertions inside the logger -------------------------------------------
+// Without a hook, a failed assertion is logged at level 0 with the tag "elog"
+// and the calling thread parks for good; with a hook, the hook is called and
+// the utility returns a harmless result.
+void elog_assert_failed(const char* expr, const char* func, long line);
+#define ELOG_ASSERT(expr)                                                                    \
+    do {                                                                                     \
+        if (!(expr)) elog_assert_failed(#expr, __func__, __LINE__);                          \
+    } while (0)
+
+// ---- port: sinks, lock and the pieces of a line -----------------------------
+// Sink configuration, read by elog_init. The queue sink is on by default with
+// the log collector's key; the file sink is off until a name is given.
+void elog_port_set_queue(bool enabled, int key);
+void elog_port_set_file(const char* name, size_t max_size, int max_rotate);
+int elog_port_init();
+void elog_port_deinit();
+void elog_port_output(const char* log, size_t size);
+void elog_port_output_lock();
+void elog_port_output_unlock();
+// The line buffer: ELOG_LINE_BUF_SIZE bytes of text with room for the queue
+// header in front, so that a line goes to the queue without a copy. The
+// header byte carries the level of the line.
+char* elog_port_line_buf();
+void elog_port_set_header(unsigned char header);
+const char* elog_port_get_time();
+const char* elog_port_get_p_info();
+const char* elog_port_get_t_info();
+// Id of the queue the sink sends to, -1 when the sink is closed.
+int elog_port_queue_id();

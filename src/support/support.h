@@ -5,6 +5,10 @@
 #include <cstdint>
 
 int pox_system(const char* command);
+// Runs a command the same way and collects what it prints on standard output
+// into `out` (cut to size - 1 bytes, always terminated). Returns the exit
+// status as pclose reports it, or -1 when the command cannot be started.
+int pox_popen(const char* command, char* out, size_t size);
 void process_info_print(const char* program_path);
 int get_process_name(char* out, size_t size);
 int process_is_running(const char* name);

@@ -32,6 +32,8 @@ std::string body_of(const std::string& reply);
 // Plain HTTP/1.0 GET through the web server on 127.0.0.1:WEB_HTTP_PORT;
 // returns the whole response (status line, headers, body).
 std::string http_get(std::string_view target);
+// Plain HTTP/1.0 POST of `body` (Content-Length set) through the web server.
+std::string http_post(std::string_view target, std::string_view body);
 
 // A journal of the simulated camera (visca.log, syscmd.log, shell.log,
 // app.log). mark() remembers its current end; since() returns the lines

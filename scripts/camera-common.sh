@@ -1,0 +1,117 @@
+# Shared by scripts/run.sh and scripts/e2e.sh (sourced, not run): starting and
+# stopping the sandboxed camera and the web server in front of it.
+#
+# The caller sets: REPO (repository root), BUILD (build directory),
+# CAMERA_RUN_DIR (state directory, exported).
+
+SANDBOX_PID=
+LIGHTTPD_PID=
+
+# Starts scripts/sandbox.sh in the background and waits (at most $1 seconds)
+# until it serves. Returns non-zero when it did not come up.
+camera_start() {
+  local timeout=${1:-20} i
+  rm -f "$CAMERA_RUN_DIR/sandbox.ready"
+  "$REPO/scripts/sandbox.sh" "$BUILD" &
+  SANDBOX_PID=$!
+  for ((i = 0; i < timeout * 10; i++)); do
+    [ -e "$CAMERA_RUN_DIR/sandbox.ready" ] && [ -S "$CAMERA_RUN_DIR/web.sock" ] && return 0
+    kill -0 "$SANDBOX_PID" 2>/dev/null || break
+    sleep 0.1
+  done
+  echo "camera: the sandbox did not come up within ${timeout}s" >&2
+  return 1
+}
+
+# Writes the web server's configuration for the host: the shipped one with
+# the document root, port and responder socket of the sandbox.
+lighttpd_config() {
+  local port=$1 conf=$CAMERA_RUN_DIR/lighttpd.conf
+  {
+    sed -e "s|^server.document-root *=.*# site: document root|server.document-root = \"$CAMERA_RUN_DIR/root/opt/ipnc/www\"|" \
+        -e "s|^server.port *=.*# site: port|server.port = $port|" \
+        -e "s|^var.web_socket *=.*# site: responder socket|var.web_socket = \"$CAMERA_RUN_DIR/web.sock\"|" \
+        "$REPO/deploy/lighttpd.conf"
+    cat <<EOF
+
+# Host side of the sandbox.
+server.bind           = "127.0.0.1"
+server.pid-file       = "$CAMERA_RUN_DIR/lighttpd.pid"
+server.errorlog       = "$CAMERA_RUN_DIR/lighttpd.log"
+server.upload-dirs    = ( "$CAMERA_RUN_DIR" )
+# The camera links /tmp into its web root; on the host that would be the
+# host's /tmp.
+server.follow-symlink = "disable"
+EOF
+  } >"$conf"
+  echo "$conf"
+}
+
+port_in_use() {
+  ss -Hltn "sport = :$1" 2>/dev/null | grep -q .
+}
+
+# Starts lighttpd on 127.0.0.1:$1 in the foreground mode, in the background.
+lighttpd_start() {
+  local port=$1 conf i
+  conf=$(lighttpd_config "$port")
+  lighttpd -tt -f "$conf" >/dev/null || { echo "camera: bad web server configuration $conf" >&2; return 1; }
+  : >"$CAMERA_RUN_DIR/lighttpd.log"
+  lighttpd -D -f "$conf" &
+  LIGHTTPD_PID=$!
+  for ((i = 0; i < 50; i++)); do
+    port_in_use "$port" && return 0
+    kill -0 "$LIGHTTPD_PID" 2>/dev/null || break
+    sleep 0.1
+  done
+  echo "camera: the web server did not start on port $port:" >&2
+  tail -n 5 "$CAMERA_RUN_DIR/lighttpd.log" >&2
+  LIGHTTPD_PID=
+  return 1
+}
+
+# A free port from a high range, tried in a random order.
+free_port() {
+  local i p
+  for ((i = 0; i < 50; i++)); do
+    p=$((20000 + RANDOM % 20000))
+    port_in_use "$p" || { echo "$p"; return 0; }
+  done
+  return 1
+}
+
+camera_stop() {
+  if [ -n "$LIGHTTPD_PID" ]; then
+    kill -TERM "$LIGHTTPD_PID" 2>/dev/null
+    wait "$LIGHTTPD_PID" 2>/dev/null
+    LIGHTTPD_PID=
+  fi
+  if [ -n "$SANDBOX_PID" ]; then
+    local i unshare_pid
+    unshare_pid=$(pgrep -P "$SANDBOX_PID" -x unshare 2>/dev/null | head -n 1)
+    for ((i = 0; i < 100; i++)); do
+      kill -0 "$SANDBOX_PID" 2>/dev/null || break
+      ((i % 10 == 0)) && kill -TERM "$SANDBOX_PID" 2>/dev/null
+      sleep 0.1
+    done
+    # Last resort: unshare takes the whole sandbox with it.
+    if kill -0 "$SANDBOX_PID" 2>/dev/null; then
+      [ -n "$unshare_pid" ] && kill -KILL "$unshare_pid" 2>/dev/null
+      kill -KILL "$SANDBOX_PID" 2>/dev/null
+    fi
+    wait "$SANDBOX_PID" 2>/dev/null
+    SANDBOX_PID=
+  fi
+}
+
+# Removes a state directory, including files a root-owned sandbox left and
+# the overlay's work directory (mode 000).
+camera_wipe() {
+  local dir=$1
+  [ -e "$dir" ] || return 0
+  chmod -R u+rwx "$dir" 2>/dev/null
+  rm -rf "$dir" 2>/dev/null || {
+    echo "camera: cannot remove $dir (left by another user?)" >&2
+    return 1
+  }
+}

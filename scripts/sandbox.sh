@@ -1,0 +1,246 @@
+#!/usr/bin/env bash
+# Runs the camera's back end as it runs on the camera, inside Linux namespaces,
+# without touching the host:
+#   IPC   - the fixed System V keys are private to the sandbox;
+#   net   - "eth0" 192.168.1.100/24, default gateway 192.168.1.1 on the other
+#           end of a veth pair that lives in a second namespace (the LAN);
+#   mount - /opt, /tmp, /mnt, /etc (overlay) and /run are the sandbox's own;
+#   PID   - ending the sandbox's first process ends everything in it.
+# As an ordinary user the same happens inside a user namespace.
+#
+# Usage: scripts/sandbox.sh BUILD_DIR
+#   CAMERA_RUN_DIR  state directory (default: <repo>/run). Visible from the host:
+#     root/{opt,tmp,mnt,etc}  what the camera sees as /opt, /tmp, /mnt, /etc
+#     web.sock                the responder's FastCGI socket (mode 0600)
+#     shell.log               journal of the firmware stand-ins
+#     web.log, console.log    the responder's output, writes to /dev/console
+#     <sim>.out               output of the simulators
+#     sandbox.ready           exists while the sandbox serves
+#     sandbox.pid             host id of the sandbox's first process
+# SIGTERM or SIGINT stops the sandbox and everything in it.
+set -uo pipefail
+
+say() { echo "sandbox: $*" >&2; }
+
+# Fixed identity of the simulated camera's network port.
+readonly CAM_ADDR=192.168.1.100/24
+readonly LAN_ADDR=192.168.1.1/24
+readonly GATEWAY=192.168.1.1
+readonly CAM_MAC=02:00:c0:a8:01:64
+readonly LAN_MAC=02:00:c0:a8:01:01
+
+# Firmware programs that would act on the host or need hardware: found on the
+# PATH, or at their absolute camera paths.
+readonly PATH_STANDINS=(date hwclock sd-automount mkfs.vfat mkntfs mount umount)
+readonly FIRMWARE_STANDINS=(/opt/ipnc/dhcpcd/dhcpcd /opt/ipnc/sys_update /opt/ipnc/websocketserver)
+# Simulated peers, started in this order before the responder.
+readonly SIMULATORS=(logcollector syssim camsim)
+
+# ---------------------------------------------------------------------------
+# Inside the namespaces (this script re-enters itself as their first process).
+# ---------------------------------------------------------------------------
+inside() {
+  local build=$1 run=$2
+  local children=()
+
+  finish() {
+    trap '' TERM INT HUP
+    rm -f "$run/sandbox.ready"
+    # Leaving ends the PID namespace: the kernel kills whatever is left.
+    exit 0
+  }
+  trap finish TERM INT HUP
+
+  mount --make-rprivate / || { say "cannot make the mounts private"; exit 1; }
+
+  # /run of our own: nothing the firmware removes there reaches the host,
+  # and it gives a place for paths that the mounts below would hide.
+  mount -t tmpfs -o mode=0755 sandbox-run /run || { say "cannot mount /run"; exit 1; }
+  relocate() {  # prints a path to $1 that stays visible after the mounts
+    local p=$1 name=$2
+    case "$p/" in
+      /tmp/*|/opt/*|/mnt/*|/etc/*|/run/*)
+        mkdir -p "/run/$name" && mount --bind "$p" "/run/$name" && echo "/run/$name" ;;
+      *) echo "$p" ;;
+    esac
+  }
+  # /run was just covered, so a path under it is gone already; say so.
+  case "$run/" in /run/*) say "the run directory must not lie under /run"; exit 1 ;; esac
+  case "$build/" in /run/*) say "the build directory must not lie under /run"; exit 1 ;; esac
+  run=$(relocate "$run" camera-run) || exit 1
+  build=$(relocate "$build" camera-build) || exit 1
+
+  local d
+  for d in opt mnt; do
+    mount --bind "$run/root/$d" "/$d" || { say "cannot mount /$d"; exit 1; }
+  done
+  # /etc: an overlay whose upper layer is run/root/etc, so resolv.conf,
+  # srs.conf and anything else the firmware rewrites stay in run/.
+  mkdir -p "$run/.etc-work"
+  if ! mount -t overlay sandbox-etc -o "lowerdir=/etc,upperdir=$run/root/etc,workdir=$run/.etc-work" /etc 2>/dev/null &&
+     ! mount -t overlay sandbox-etc -o "lowerdir=/etc,upperdir=$run/root/etc,workdir=$run/.etc-work,userxattr" /etc 2>/dev/null; then
+    say "no overlay on /etc; binding resolv.conf only"
+    mount --bind "$run/root/etc/resolv.conf" /etc/resolv.conf || { say "cannot mount /etc/resolv.conf"; exit 1; }
+    [ -e /etc/srs.conf ] && mount --bind "$run/root/etc/srs.conf" /etc/srs.conf
+  fi
+  # Firmware commands write to the console; keep that in a journal.
+  : >>"$run/console.log"
+  mount --bind "$run/console.log" /dev/console 2>/dev/null || say "cannot redirect /dev/console"
+  mount --bind "$run/root/tmp" /tmp || { say "cannot mount /tmp"; exit 1; }
+
+  # Network: the camera end is eth0, the LAN end sits in a namespace held
+  # open by a sleeping process.
+  ip link set lo up
+  ip link add eth0 address "$CAM_MAC" type veth peer name lan0 address "$LAN_MAC" ||
+    { say "cannot create eth0"; exit 1; }
+  unshare --net sleep infinity &
+  local lan=$! i
+  for ((i = 0; i < 100; i++)); do
+    [ "$(readlink "/proc/$lan/ns/net" 2>/dev/null)" != "$(readlink /proc/self/ns/net)" ] && break
+    sleep 0.02
+  done
+  ip link set lan0 netns "$lan" || { say "cannot move lan0"; exit 1; }
+  nsenter --net="/proc/$lan/ns/net" sh -c \
+    "ip link set lo up && ip addr add $LAN_ADDR dev lan0 && ip link set lan0 up" ||
+    { say "cannot configure the LAN end"; exit 1; }
+  ip addr add "$CAM_ADDR" brd + dev eth0 && ip link set eth0 up &&
+    ip route add default via "$GATEWAY" || { say "cannot configure eth0"; exit 1; }
+  # sysfs of this network namespace (/sys/class/net/eth0/...).
+  mount -t sysfs sandbox-sys /sys 2>/dev/null || say "cannot mount /sys for this network"
+
+  # From here on the processes find the stand-ins first, and none of them
+  # may set the host's clock or load kernel modules, whatever it runs.
+  export PATH="$run/bin:$PATH"
+  local confine=(setpriv --bounding-set -sys_time,-sys_module --)
+  export CAMERA_RUN_DIR="$run"
+  cd / || exit 1
+
+  local name bin
+  for name in "${SIMULATORS[@]}"; do
+    bin=$build/$name
+    if [ ! -x "$bin" ]; then
+      say "$name not built; going on without it"
+      continue
+    fi
+    "${confine[@]}" "$bin" >"$run/$name.out" 2>&1 &
+    children+=($!)
+    for ((i = 0; i < 200; i++)); do
+      grep -q '^ready' "$run/$name.out" 2>/dev/null && break
+      kill -0 "$!" 2>/dev/null || break
+      sleep 0.05
+    done
+    grep -q '^ready' "$run/$name.out" 2>/dev/null || say "$name is not ready (see $run/$name.out)"
+  done
+
+  # The responder, restarted whenever it ends, as on the camera.
+  rm -f "$run/web.sock"
+  (
+    trap - TERM INT HUP
+    while :; do
+      "${confine[@]}" spawn-fcgi -n -s "$run/web.sock" -M 0600 -- "$build/web" >>"$run/web.log" 2>&1
+      echo "sandbox: responder ended ($?), restarting" >>"$run/web.log"
+      sleep 0.2
+    done
+  ) 2>>"$run/web.log" &
+  children+=($!)
+
+  for ((i = 0; i < 200; i++)); do
+    [ -S "$run/web.sock" ] && break
+    sleep 0.05
+  done
+  [ -S "$run/web.sock" ] || say "the responder's socket did not appear (see $run/web.log)"
+  echo $$ >"$run/sandbox.ready"
+
+  # Wait for a stop signal. A short sleep rather than one long wait: bash
+  # runs a trap that arrived just before it blocked only when the wait ends.
+  while :; do
+    sleep 0.5 &
+    wait $!
+  done
+}
+
+if [ "${1:-}" = "--inside" ]; then
+  inside "$2" "$3"
+  exit 0
+fi
+
+# ---------------------------------------------------------------------------
+# On the host: prepare run/, then enter the namespaces.
+# ---------------------------------------------------------------------------
+[ $# -ge 1 ] || { echo "usage: $0 BUILD_DIR" >&2; exit 2; }
+repo=$(cd "$(dirname "$0")/.." && pwd)
+build=$(cd "$1" 2>/dev/null && pwd) || { say "no build directory $1"; exit 2; }
+run=${CAMERA_RUN_DIR:-$repo/run}
+mkdir -p "$run" && run=$(cd "$run" && pwd) || { say "cannot create $run"; exit 1; }
+[ -x "$build/web" ] || { say "$build/web is not built"; exit 1; }
+for tool in unshare nsenter setpriv ip spawn-fcgi; do
+  command -v "$tool" >/dev/null || { say "$tool is missing (run scripts/setup.sh)"; exit 1; }
+done
+
+seed() {  # seed FILE TEXT: writes TEXT unless FILE exists (state survives restarts)
+  [ -e "$1" ] || printf '%b' "$2" >"$1"
+}
+standin() {  # standin PATH: a program that only journals how it was called
+  cat >"$1" <<EOF
+#!/bin/sh
+# Stand-in for a firmware program: records its path and arguments.
+echo "\$0\${*:+ \$*}" >>"\${CAMERA_RUN_DIR:-$run}/shell.log"
+exit 0
+EOF
+  chmod 0755 "$1"
+}
+
+mkdir -p "$run"/root/{opt,tmp,mnt,etc} "$run/bin" \
+  "$run"/root/opt/{params,ipnc/www/config,ipnc/www/images,ipnc/dhcpcd} \
+  "$run/root/mnt/sd/DCIM" "$run/root/mnt/fpga"
+chmod 1777 "$run/root/tmp"
+seed "$run/root/opt/params/print.conf" 'FASTCGI info\n'
+seed "$run/root/opt/ipnc/www/config/lighttpd.conf" \
+  'server.document-root = "/opt/ipnc/www"\nserver.port = 80\n'
+seed "$run/root/opt/ipnc/www/index.html" \
+  '<!DOCTYPE html>\n<title>camera</title>\n<p>Simulated camera. The control API is at /cgi-bin/web.fcgi.</p>\n'
+seed "$run/root/etc/resolv.conf" 'nameserver 192.168.1.1\n'
+seed "$run/root/etc/srs.conf" 'listen\t\t1935;\nmax_connections\t1000;\n'
+touch "$run/shell.log"
+for p in "${PATH_STANDINS[@]}"; do standin "$run/bin/$p"; done
+for p in "${FIRMWARE_STANDINS[@]}"; do standin "$run/root$p"; done
+
+flags=(--ipc --net --mount --pid --fork --mount-proc --kill-child=SIGKILL)
+[ "$(id -u)" -eq 0 ] || flags+=(--user --map-root-user)
+rm -f "$run/sandbox.ready"
+unshare "${flags[@]}" -- bash "$repo/scripts/sandbox.sh" --inside "$build" "$run" &
+upid=$!
+# The host's id of the sandbox's first process, for tools that enter it
+# (nsenter -t PID -a).
+for ((i = 0; i < 50; i++)); do
+  init=$(pgrep -P "$upid" 2>/dev/null | head -n 1)
+  [ -n "$init" ] && { echo "$init" >"$run/sandbox.pid"; break; }
+  sleep 0.02
+done
+
+stop() {
+  trap '' TERM INT HUP
+  local init i
+  init=$(pgrep -P "$upid" 2>/dev/null | head -n 1)
+  [ -n "$init" ] && kill -TERM "$init" 2>/dev/null
+  for ((i = 0; i < 30; i++)); do
+    kill -0 "$upid" 2>/dev/null || break
+    sleep 0.1
+  done
+  # unshare takes its child (the namespace's first process) with it.
+  kill -KILL "$upid" 2>/dev/null
+  wait "$upid" 2>/dev/null
+  rm -f "$run/web.sock" "$run/sandbox.ready" "$run/sandbox.pid"
+  exit 0
+}
+trap stop TERM INT HUP
+
+while kill -0 "$upid" 2>/dev/null; do
+  sleep 0.5 &
+  wait $!
+done
+wait "$upid"
+status=$?
+rm -f "$run/web.sock" "$run/sandbox.ready" "$run/sandbox.pid"
+say "the sandbox ended"
+exit "$status"

@@ -1,0 +1,254 @@
+#include "front/web.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "front/device.h"
+#include "front/output.h"
+#include "front/post_cmd.h"
+#include "front/reply.h"
+#include "ipc/CamMsgDrv.h"
+#include "ipc/file_msg_drv.h"
+#include "ipc/sys_msg_drv.h"
+#include "json/json_ctrl_func.h"
+#include "remote/aw_cam.h"
+#include "remote/aw_ptz.h"
+#include "remote/session.h"
+#include "support/elog.h"
+#include "support/log.h"
+#include "support/support.h"
+
+// The accept call of the FastCGI standard-I/O layer. Only the accept itself is
+// needed here; the rest of that layer stays behind front/output.h.
+extern "C" int FCGI_Accept(void);
+
+namespace {
+
+constexpr size_t kBufferSize = 2048;     // query and body area
+constexpr size_t kMaxQuery = kBufferSize - 1;
+constexpr size_t kPostNameSize = 32;
+constexpr size_t kPostNameSkip = 5;      // "path=" is skipped unread
+constexpr const char* kErrorParams = "Error params.\n";
+
+// One spare byte behind the area keeps a full 2048-byte body terminated.
+std::array<char, kBufferSize + 1> g_buffer{};
+std::array<char, kBufferSize> g_decoded{};
+int g_route_index = -1;
+bool g_upload_armed = false;
+const char* g_upload_path = "/tmp/update.bin";
+volatile std::sig_atomic_t g_reload_level = 0;
+
+using RouteHandler = int (*)(const char* argument);
+
+enum class Match { Prefix, Whole };
+
+struct GetRoute {
+    const char* prefix;
+    Match match;
+    size_t compare_len;
+    size_t arg_offset;
+    RouteHandler handler;
+};
+
+constexpr std::array<GetRoute, 9> kGetRoutes{{
+    {"func=get", Match::Prefix, 8, 8, json_get_ctrl},
+    {"func=set", Match::Prefix, 8, 8, json_set_ctrl},
+    {"path=", Match::Prefix, 5, 5, device_path_route},
+    {"controlhub", Match::Prefix, 10, 10, [](const char*) { return device_summary(); }},
+    {"aw_ptz?", Match::Prefix, 7, 7, aw_ptz},
+    {"aw_cam?", Match::Prefix, 7, 7, aw_cam},
+    {"event?", Match::Prefix, 6, 6, event},
+    {"man_session?", Match::Prefix, 12, 12, man_session},
+    {"camdata", Match::Whole, 0, 7, [](const char*) { return camdata(); }},
+}};
+
+struct PostRoute {
+    const char* name;
+    RouteHandler handler;
+};
+
+constexpr std::array<PostRoute, 4> kPostRoutes{{
+    {"sendPTZ", sendPTZ},
+    {"sendPreset", sendPreset},
+    {"get", json_get_ctrl},
+    {"set", json_set_ctrl},
+}};
+
+void on_sigusr1(int) { g_reload_level = 1; }
+
+// CONTENT_LENGTH in base 10; absent, negative or unreadable counts as 0.
+long content_length() {
+    const char* text = std::getenv("CONTENT_LENGTH");
+    if (text == nullptr) return 0;
+    long n = std::strtol(text, nullptr, 10);
+    return n > 0 ? n : 0;
+}
+
+// Reads `length` body bytes one at a time, keeping the first `keep` in
+// `dest` (may be null). A body that ends early ends the reading too.
+void read_body(long length, char* dest, size_t keep) {
+    for (long i = 0; i < length; ++i) {
+        int c = in_getchar();
+        if (c < 0) break;
+        if (dest != nullptr && static_cast<size_t>(i) < keep) dest[i] = static_cast<char>(c);
+    }
+}
+
+void route_get(const char* query) {
+    std::memcpy(g_buffer.data(), query, std::strlen(query) + 1);
+    url_decode(g_buffer.data(), g_decoded.data());
+    const char* decoded = g_decoded.data();
+    for (const GetRoute& r : kGetRoutes) {
+        bool hit = r.match == Match::Whole ? strcasecmp(decoded, r.prefix) == 0
+                                           : strncasecmp(decoded, r.prefix, r.compare_len) == 0;
+        if (hit) {
+            r.handler(decoded + r.arg_offset);
+            return;
+        }
+    }
+    reply_error(decoded);
+}
+
+// Appends the body to the upload file; successive POSTs between an arming
+// and the update accumulate into one image.
+void firmware_upload() {
+    long length = content_length();
+    OutFile* file = out_fopen(g_upload_path, "ab+");
+    if (file == nullptr) LOG_ERR("open upload file failed\n");
+    long total = 0;
+    while (total < length) {
+        size_t want = static_cast<size_t>(std::min<long>(length - total, kBufferSize));
+        size_t got = in_read(g_buffer.data(), want);
+        if (got == 0) break;  // the client stopped sending
+        if (file != nullptr) out_fwrite(g_buffer.data(), got, file);
+        total += static_cast<long>(got);
+    }
+    if (file != nullptr) out_fclose(file);
+    reply_header(kHdrJson);
+    out_printf("{\"status\":1,\"size\":%d}", static_cast<int>(total));
+}
+
+void route_post(const char* query) {
+    // The name is the query from its sixth character on; one that does not
+    // fit the 32-byte field cannot be a route name and is simply not found.
+    std::array<char, kPostNameSize> name{};
+    bool fits = true;
+    if (std::strlen(query) > kPostNameSkip) {
+        const char* from = query + kPostNameSkip;
+        size_t len = std::strlen(from);
+        fits = len < kPostNameSize;
+        if (fits) std::memcpy(name.data(), from, len + 1);
+    }
+
+    if (fits && g_upload_armed && std::strcmp(name.data(), "update") == 0) {
+        firmware_upload();
+        return;
+    }
+
+    long length = content_length();
+    if (!fits || post_route_find(name.data()) != 0) {
+        read_body(length, nullptr, 0);
+        reply_error(kErrorParams);
+        return;
+    }
+    g_buffer.fill('\0');
+    read_body(length, g_buffer.data(), kBufferSize);
+    kPostRoutes[static_cast<size_t>(g_route_index)].handler(g_buffer.data());
+}
+
+}  // namespace
+
+int post_route_find(const char* name) {
+    for (size_t i = 0; i < kPostRoutes.size(); ++i) {
+        if (std::strcmp(name, kPostRoutes[i].name) == 0) {
+            g_route_index = static_cast<int>(i);
+            return 0;
+        }
+    }
+    return -ENOENT;
+}
+
+int post_route_selected() { return g_route_index; }
+
+void upload_set_armed(bool armed) { g_upload_armed = armed; }
+bool upload_is_armed() { return g_upload_armed; }
+void upload_set_path(const char* path) { g_upload_path = path ? path : "/tmp/update.bin"; }
+
+void web_handle_request() {
+    const char* query = std::getenv("QUERY_STRING");
+    const char* method = std::getenv("REQUEST_METHOD");
+    if (query == nullptr || method == nullptr) return;
+
+    if (std::strcmp(method, "GET") == 0) {
+        if (std::strlen(query) > kMaxQuery) {
+            reply_error(kErrorParams);
+            return;
+        }
+        route_get(query);
+    } else if (std::strcmp(method, "POST") == 0) {
+        route_post(query);
+    }
+}
+
+int system_init() {
+    elog_init(g_print_level);
+    process_info_print("web");
+    elog_load_print_level("FASTCGI");
+
+    // The handler only raises a flag; the loop reloads the level before the
+    // next request is served.
+    struct sigaction sa {};
+    sa.sa_handler = on_sigusr1;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART;
+    sigaction(SIGUSR1, &sa, nullptr);
+
+    if (InitSysMsgDrv(14) != 0) {
+        LOG_ERR("system command channel init failed\n");
+        return -1;
+    }
+    if (InitFileMsgDrv(12930021, 13) != 0) {
+        LOG_ERR("system information store init failed\n");
+        CleanupSysMsgDrv();
+        return -1;
+    }
+    if (CamMsgCltInit(3) != 0) {
+        LOG_ERR("camera command channel init failed\n");
+        CleanupFileMsgDrv();
+        CleanupSysMsgDrv();
+        return -1;
+    }
+    json_access_key_update();
+    return 0;
+}
+
+int system_deinit() {
+    CleanupSysMsgDrv();
+    CleanupFileMsgDrv();
+    CamMsgCltExit();
+    elog_deinit();
+    return 0;
+}
+
+int web_main() {
+    if (system_init() != 0) {
+        pox_system("echo FASTCGI:system init failed > /dev/stderr");
+        return -1;
+    }
+    while (FCGI_Accept() >= 0) {
+        if (g_reload_level != 0) {
+            g_reload_level = 0;
+            elog_load_print_level("FASTCGI");
+        }
+        web_handle_request();
+    }
+    system_deinit();
+    return 0;
+}

@@ -1,0 +1,26 @@
+// The responder process: start-up, shut-down, the accept loop and the routing
+// of each request to its dialect.
+#pragma once
+
+// Entry point of the process: 0 after the accept loop ends, -1 when start-up
+// failed.
+int web_main();
+
+int system_init();    // 0 or -1; tears down what it opened on failure
+int system_deinit();  // always 0
+
+// Reads the CGI environment of the current request (QUERY_STRING,
+// REQUEST_METHOD, CONTENT_LENGTH), routes it and writes the whole reply
+// through front/output.h.
+void web_handle_request();
+
+// Looks a POST name up in the post route table (exact, case-sensitive).
+// Stores the entry's index and returns 0, or returns -ENOENT.
+int post_route_find(const char* name);
+int post_route_selected();
+
+// Firmware upload gate, set and cleared by the JSON system section.
+void upload_set_armed(bool armed);
+bool upload_is_armed();
+// The file an upload is appended to ("/tmp/update.bin"; tests point it elsewhere).
+void upload_set_path(const char* path);

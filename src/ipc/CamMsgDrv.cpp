@@ -1,0 +1,304 @@
+// The camera command channel. Requests go to the camera-control server with
+// message type 1; each reply comes back with this client's id as its type
+// and repeats the request's sequence number.
+#include "ipc/CamMsgDrv.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include "ipc/msg_util.h"
+#include "ipc/records.h"
+#include "ipc/sem_util.h"
+#include "support/log.h"
+#include "support/support.h"
+
+namespace {
+
+constexpr int kMaxId = 26;
+constexpr int kServerId = 1;
+constexpr int kWholeMsg = static_cast<int>(sizeof(CamMsg));
+constexpr int kPacketField = static_cast<int>(sizeof(CamMsg::packet));
+
+int g_own_id = 1;
+SemHandl_t g_sem = nullptr;
+int g_qid = -1;
+uint32_t g_seq = 0;
+
+bool channel_ready() { return g_sem != nullptr && g_qid >= 0; }
+
+// Wall clock in microseconds; the reply time-out is measured on it.
+int64_t now_us() {
+    timeval tv{};
+    gettimeofday(&tv, nullptr);
+    return static_cast<int64_t>(tv.tv_sec) * 1000000 + tv.tv_usec;
+}
+
+void sleep_1ms() {
+    timespec ts{0, 1000000};
+    nanosleep(&ts, nullptr);
+}
+
+// Space-separated hex of a packet, as the traces print it.
+std::string hex_bytes(const uint8_t* bytes, int count) {
+    std::string out;
+    char cell[4];
+    for (int i = 0; i < count; ++i) {
+        std::snprintf(cell, sizeof cell, "%02x ", bytes[i]);
+        out += cell;
+    }
+    return out;
+}
+
+// Receives without waiting and throws away records of the own type until the
+// queue holds none. Oversized records are truncated away rather than left
+// to block the loop.
+void drain_own_type() {
+    CamMsg stale{};
+    for (;;) {
+        if (msgrcv(g_qid, &stale, kCamMsgBody, g_own_id, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
+        if (errno == EINTR) continue;
+        break;  // ENOMSG: empty; anything else: the queue is unusable
+    }
+}
+
+// The request record; the caller keeps packets within the packet field.
+CamMsg make_request(const uint8_t* packet, int length) {
+    CamMsg msg{};
+    msg.type = kServerId;
+    msg.src = g_own_id;
+    msg.seq = static_cast<int32_t>(g_seq++);
+    msg.length = length;
+    std::memcpy(msg.packet, packet, static_cast<size_t>(std::clamp(length, 0, kPacketField)));
+    return msg;
+}
+
+// The reply length as the caller may take it: the smaller of its capacity
+// and the record's length, never below zero nor beyond the packet field.
+int clip_reply(int capacity, int length) {
+    return std::clamp(std::min(capacity, length), 0, kPacketField);
+}
+
+bool packet_ok(const uint8_t* packet, int length) {
+    return packet != nullptr && length >= 0 && length <= kPacketField;
+}
+
+int recv_from_cam(uint8_t* buffer, int* capacity, int timeout_ms, int* seq, const char* name) {
+    if (!channel_ready()) return -1;
+    const int64_t start = now_us();
+    CamMsg reply{};
+    ssize_t got = -1;
+    int err = 0;
+    for (;;) {
+        SemWait(g_sem);
+        got = msgrcv(g_qid, &reply, kCamMsgBody, g_own_id, IPC_NOWAIT | MSG_NOERROR);
+        err = errno;
+        SemRelease(g_sem);
+        if (got >= 0 || (err != ENOMSG && err != EINTR)) break;
+        if ((now_us() - start) / 1000 > timeout_ms) break;
+        sleep_1ms();
+    }
+    if (got < 0) return err == ENOMSG ? -2 : -1;
+
+    const int shown = std::clamp(reply.length, 0, kPacketField);
+    if (seq != nullptr)
+        LOG_DBG("%s %d:%s\n", name, reply.seq, hex_bytes(reply.packet, shown).c_str());
+    else
+        LOG_DBG("%s:%s\n", name, hex_bytes(reply.packet, shown).c_str());
+    int n = reply.length;
+    if (capacity != nullptr) {
+        n = clip_reply(*capacity, reply.length);
+        if (buffer != nullptr) std::memcpy(buffer, reply.packet, static_cast<size_t>(n));
+        *capacity = n;
+    }
+    if (seq != nullptr) *seq = reply.seq;
+    return n;
+}
+
+}  // namespace
+
+int CamMsgTimeout(const uint8_t* packet, int length) {
+    constexpr int kLong = 40000, kInquiry = 5000, kDefault = 10000;
+    if (packet == nullptr || length < 2) return kDefault;
+    const uint8_t category = length >= 3 ? packet[2] : 0;
+    const uint8_t item = length >= 4 ? packet[3] : 0;
+    if (packet[1] == 0x01 && length >= 3 && category == 0x06) return kLong;  // pan-tilt
+    if (packet[1] == 0x01 && length >= 4 && category == 0x04 && (item == 0x3F || item == 0x24))
+        return kLong;  // the two slow lens commands
+    if (packet[1] == 0x09) return kInquiry;
+    return kDefault;
+}
+
+int CamMsgCltInit(int id) {
+    if (id < 1 || id > kMaxId) {
+        LOG_ERR("Invalid Parameter\n");
+        return -1;
+    }
+    g_own_id = id;
+    if (g_sem == nullptr) {
+        g_sem = MakeSem();
+        if (g_sem == nullptr) {
+            LOG_ERR("No more memory to create semaphore\n");
+            g_own_id = 1;
+            return -1;
+        }
+    }
+    g_qid = Msg_Init(kCamMsgKey);
+    if (g_qid < 0) {
+        DestroySem(g_sem);
+        g_sem = nullptr;
+        g_own_id = 1;
+        LOG_ERR("Msg_Init fail\n");
+        return -1;
+    }
+    g_seq = 0;
+    FlushMsgFromCam();
+    return 0;
+}
+
+void CamMsgCltExit() {
+    g_own_id = 1;
+    if (g_sem != nullptr) DestroySem(g_sem);
+    g_sem = nullptr;
+}
+
+int CamMsgSvrInit() {
+    g_own_id = kServerId;
+    if (g_sem == nullptr) {
+        g_sem = MakeSem();
+        if (g_sem == nullptr) {
+            LOG_ERR("MakeSem error!\n");
+            return -1;
+        }
+    }
+    g_qid = Msg_Init(kCamMsgKey);
+    if (g_qid < 0) {
+        DestroySem(g_sem);
+        g_sem = nullptr;
+        LOG_ERR("Msg_Init fail\n");
+        return -1;
+    }
+    return 0;
+}
+
+void CamMsgSvrExit() {
+    Msg_Kill(kCamMsgKey);  // the key, not the queue id: kept as it always was
+    if (g_sem != nullptr) DestroySem(g_sem);
+    g_sem = nullptr;
+}
+
+int TramsMsg2Cam(uint8_t* packet, int length, int* capacity) {
+    if (!channel_ready()) return -1;
+    const int64_t start = now_us();
+    if (length > kViscaMax || !packet_ok(packet, length)) return -1;
+    const int timeout_ms = CamMsgTimeout(packet, length);
+
+    SemWait(g_sem);
+    drain_own_type();
+    const CamMsg request = make_request(packet, length);
+    CamMsg msg = request;
+
+    int result = -1;
+    if (Msg_Send(g_qid, &msg, kWholeMsg) >= 0) {
+        for (;;) {
+            const ssize_t got =
+                msgrcv(g_qid, &msg, kCamMsgBody, g_own_id, IPC_NOWAIT | MSG_NOERROR);
+            if (got >= 0) {
+                if (msg.seq != request.seq) continue;  // a late reply to an older request
+                if (capacity != nullptr) {
+                    result = clip_reply(*capacity, msg.length);
+                    *capacity = result;
+                    std::memcpy(packet, msg.packet, static_cast<size_t>(result));
+                } else {
+                    result = static_cast<int>(got);
+                }
+                break;
+            }
+            if (errno == EINTR) continue;
+            if (errno != ENOMSG) break;
+            if ((now_us() - start) / 1000 > timeout_ms) break;
+            sleep_1ms();
+        }
+    }
+
+    if (result == -1 && g_print_level >= 3)
+        LOG_INFO("%s error:%s\n", "TramsMsg2Cam", hex_bytes(request.packet, length).c_str());
+    SemRelease(g_sem);
+    return result;
+}
+
+int TramsMsg2CamNowait(const uint8_t* packet, int length) {
+    if (packet != nullptr && length >= 0)
+        LOG_DBG("TramsMsg2CamNowait:%s\n",
+                hex_bytes(packet, std::min(length, kPacketField)).c_str());
+    if (!channel_ready()) return -1;
+    if (!packet_ok(packet, length)) return -1;
+    FlushMsgFromCam();
+    SemWait(g_sem);
+    CamMsg msg = make_request(packet, length);
+    const int result = Msg_Send(g_qid, &msg, kWholeMsg);
+    SemRelease(g_sem);
+    return result;
+}
+
+int TramsMsg2CamNowait1(const uint8_t* packet, int length, int* seq) {
+    if (packet != nullptr && length >= 0)
+        LOG_DBG("TramsMsg2CamNowait1 %d:%s\n", static_cast<int>(g_seq),
+                hex_bytes(packet, std::min(length, kPacketField)).c_str());
+    if (!channel_ready()) return -1;
+    if (!packet_ok(packet, length)) return -1;
+    SemWait(g_sem);
+    CamMsg msg = make_request(packet, length);
+    const int result = Msg_Send(g_qid, &msg, kWholeMsg);
+    if (seq != nullptr) *seq = msg.seq;
+    SemRelease(g_sem);
+    return result;
+}
+
+int RecvMsgFromCam(uint8_t* buffer, int* capacity, int timeout_ms) {
+    return recv_from_cam(buffer, capacity, timeout_ms, nullptr, "RecvMsgFromCam");
+}
+
+int RecvMsgFromCam1(uint8_t* buffer, int* capacity, int timeout_ms, int* seq) {
+    int dummy = 0;
+    return recv_from_cam(buffer, capacity, timeout_ms, seq != nullptr ? seq : &dummy,
+                         "RecvMsgFromCam1");
+}
+
+void FlushMsgFromCam() {
+    if (!channel_ready()) return;
+    SemWait(g_sem);
+    drain_own_type();
+    SemRelease(g_sem);
+}
+
+int SendMsg2CamClt(long type, const uint8_t* data, int length, int seq) {
+    if (length > kViscaMax || g_qid < 0) return -1;
+    if (length < 0 || (data == nullptr && length > 0)) return -1;
+    if (msg_size_check(g_qid, kWholeMsg) != 0) return -1;
+    CamMsg msg{};
+    msg.type = type;
+    msg.src = g_own_id;
+    msg.seq = seq;
+    msg.length = length;
+    if (length > 0) std::memcpy(msg.packet, data, static_cast<size_t>(length));
+    return Msg_Send(g_qid, &msg, kWholeMsg) < 0 ? -1 : 0;
+}
+
+int RecvMsgFromCamClt(uint8_t* buffer, int* length, int* seq) {
+    if (g_qid < 0) return -1;
+    CamMsg msg{};
+    if (Msg_Rcv(g_qid, g_own_id, &msg, kWholeMsg) < 0) return -1;  // retries interrupts
+    const int n = std::clamp(msg.length, 0, kViscaMax);
+    if (buffer != nullptr) std::memcpy(buffer, msg.packet, static_cast<size_t>(n));
+    if (length != nullptr) *length = n;
+    if (seq != nullptr) *seq = msg.seq;
+    return msg.src;
+}

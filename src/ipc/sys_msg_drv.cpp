@@ -1,0 +1,102 @@
+// The system command channel. The request data goes through this process's
+// slice of segment 14073, the command on queue 14073; the server answers on
+// the same queue with the sender's link id as the message type.
+#include "ipc/sys_msg_drv.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
+#include "ipc/msg_util.h"
+#include "ipc/records.h"
+#include "ipc/sem_util.h"
+#include "ipc/share_mem.h"
+#include "support/log.h"
+
+namespace {
+
+constexpr int kMaxLinkId = 26;
+constexpr uint32_t kCmdLimit = 71;  // ids 0 to 70
+
+int g_link_id = 0;
+int g_qid = -1;
+SemHandl_t g_sem = nullptr;
+
+int slice_offset(int link_id) { return (link_id - 2) * PROC_MEM_SIZE; }
+
+// Throws away replies of earlier exchanges still waiting for this process.
+void drain_own_type(int qid, long type) {
+    SysMsg stale{};
+    for (;;) {
+        if (msgrcv(qid, &stale, kSysMsgBody, type, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
+        if (errno == EINTR) continue;
+        break;  // ENOMSG: empty; anything else: the queue is unusable
+    }
+}
+
+int init_fail(const char* text) {
+    g_link_id = 1;
+    std::fputs(text, stderr);
+    return -1;
+}
+
+}  // namespace
+
+int InitSysMsgDrv(int link_id) {
+    if (link_id < 1 || link_id > kMaxLinkId) return init_fail("Error:Invalid Parameter\n");
+    g_link_id = link_id;
+    if (ShareMemInit(kSysMsgKey) < 0) return init_fail("Error:Share Memory init fail\n");
+    if (g_sem == nullptr) {
+        g_sem = MakeSem();
+        if (g_sem == nullptr) return init_fail("Error:No more memory to create semaphore\n");
+    }
+    g_qid = Msg_Init(kSysMsgKey);
+    if (g_qid < 0) {
+        DestroySem(g_sem);
+        g_sem = nullptr;
+        return init_fail("Error:Msg_Init fail\n");
+    }
+    return 0;
+}
+
+int CleanupSysMsgDrv() {
+    g_link_id = 1;
+    if (g_sem != nullptr) DestroySem(g_sem);
+    g_sem = nullptr;
+    return 0;
+}
+
+int TransmitMsg2Sys(uint32_t cmd, void* data, int length, int* capacity) {
+    if (data == nullptr || cmd >= kCmdLimit) return -1;
+
+    SysMsg msg{};
+    msg.type = 1;
+    msg.cmd = static_cast<int32_t>(cmd);
+    msg.src = g_link_id;
+    msg.length = length;
+    msg.offset = slice_offset(g_link_id);
+
+    if (SemWait(g_sem) != 0) return -1;
+    ShareMemWrite(msg.offset, data, length);
+    drain_own_type(g_qid, g_link_id);
+
+    int result = Msg_Send(g_qid, &msg, sizeof msg);
+    if (result >= 0) {
+        result = Msg_Rcv(g_qid, g_link_id, &msg, sizeof msg);
+        if (result >= 0 && capacity != nullptr && msg.length >= 0) {
+            const int room = std::max(*capacity, 0);
+            if (static_cast<uint32_t>(msg.length) > static_cast<uint32_t>(room)) {
+                LOG_DBG("%s:Recive buf too small!\n", "TransmitMsg2Sys");
+                ShareMemRead(msg.offset, data, room);
+            } else {
+                ShareMemRead(msg.offset, data, msg.length);
+                *capacity = msg.length;
+            }
+        }
+        if (result >= 0) result = msg.length;
+    }
+    SemRelease(g_sem);
+    return result;
+}

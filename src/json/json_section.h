@@ -1,0 +1,82 @@
+// What every section of the JSON control API is built from: the section
+// tables of the two dispatchers, the per-member walk a section handler runs
+// over its request object, and case-blind key lookup in constexpr tables.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <strings.h>
+
+#include <cjson/cJSON.h>
+
+#include "json/json_ctrl_func.h"
+
+// Whether a section takes its member whatever the JSON type, or only objects
+// (a non-object value is then answered with the section's name and false).
+enum class SectionValue : uint8_t { any, object };
+
+// One row of a dispatcher's section table. A null handler marks a member the
+// walk skips as a success ("key").
+struct JsonSection {
+    std::string_view name;
+    SectionValue value;
+    json_section_fn handler;
+};
+
+// Runs every top-level member of `request` through `table` and adds
+// "status". Returns 0 when every member succeeded, -1 otherwise.
+int json_section_dispatch(std::span<const JsonSection> table, cJSON* request, cJSON* reply);
+
+// Stand-in for sections not served yet: answers its own name with false.
+int json_section_pending(cJSON* member, cJSON* reply);
+// A section that is deliberately not served: fails and adds nothing.
+int json_section_refused(cJSON* member, cJSON* reply);
+
+// Case-blind comparison of a JSON key with a table name.
+inline bool json_key_is(const char* key, std::string_view name) {
+    return key != nullptr && std::string_view(key).size() == name.size() &&
+           strncasecmp(key, name.data(), name.size()) == 0;
+}
+
+// Finds the row whose `name` matches `key` without regard to case.
+template <typename Row>
+const Row* json_find_row(std::span<const Row> table, const char* key) {
+    for (const Row& row : table)
+        if (json_key_is(key, row.name)) return &row;
+    return nullptr;
+}
+
+// Adds `item` under `key`; frees it when it cannot be attached. A null item
+// (a failed allocation) is answered as nothing.
+void json_answer(cJSON* answer, const char* key, cJSON* item);
+inline void json_answer_false(cJSON* answer, const char* key) {
+    json_answer(answer, key, cJSON_CreateFalse());
+}
+inline void json_answer_true(cJSON* answer, const char* key) {
+    json_answer(answer, key, cJSON_CreateTrue());
+}
+inline void json_answer_number(cJSON* answer, const char* key, double value) {
+    json_answer(answer, key, cJSON_CreateNumber(value));
+}
+
+// The walk every section handler shares: creates the section's answer
+// object, hands each member of the request object in order to
+// `each(item, answer, result)` (which answers under item->string and may set
+// `result`), and attaches the answer under the member's own key. With no
+// reply object or no memory the section answers false and -1; an empty
+// request object answers an empty object and 0.
+template <typename Each>
+int json_section_walk(cJSON* member, cJSON* reply, Each&& each) {
+    if (member == nullptr) return -1;
+    cJSON* answer = reply != nullptr ? cJSON_CreateObject() : nullptr;
+    if (answer == nullptr) {
+        if (reply != nullptr) json_answer_false(reply, member->string);
+        return -1;
+    }
+    int result = 0;
+    for (cJSON* item = member->child; item != nullptr; item = item->next)
+        each(item, answer, result);
+    json_answer(reply, member->string, answer);
+    return result;
+}

@@ -1,0 +1,269 @@
+// The JSON control API's image section against the simulated camera: reading
+// every key, writing each family and reading it back, the mode gates, access
+// by key and by login, and the auto-tracking lock on manual pan-tilt.
+#include "e2e/harness.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace e2e;
+
+// The factory access key (admin/admin, 192.168.1.100, 00:1e:c0:12:34:56) is
+// 0x85543307: its top bit is set, so only the negative number matches.
+constexpr const char* kFactoryKey = "-2058079481";
+
+std::string json_get(const std::string& json) { return body_of(get("func=get" + json)); }
+std::string json_set(const std::string& json) { return body_of(get("func=set" + json)); }
+
+// The text after "key":<tab> on the line of a member at `depth` tabs, without
+// a trailing comma; "<absent>" when there is no such member.
+std::string member(const std::string& body, const std::string& key, int depth = 2) {
+    const std::string tag = "\n" + std::string(static_cast<size_t>(depth), '\t') + "\"" + key + "\":\t";
+    const size_t at = body.find(tag);
+    if (at == std::string::npos) return "<absent>";
+    const size_t start = at + tag.size();
+    std::string value = body.substr(start, body.find('\n', start) - start);
+    if (!value.empty() && value.back() == ',') value.pop_back();
+    return value;
+}
+
+std::string status(const std::string& body) { return member(body, "status", 1); }
+
+struct Expected {
+    const char* key;
+    const char* value;
+};
+
+}  // namespace
+
+TEST(JsonImageRead, EveryKeyOfTheFactoryCamera) {
+    json_set("{\"image\":{\"image_reset\":1}}");
+    // Keys whose factory value is known, then keys that only must not fail.
+    const std::vector<Expected> known{
+        {"focus_mode", "\"auto\""},
+        {"exposure_mode", "\"auto\""},
+        {"shutter", "11"},
+        {"iris", "5"},
+        {"WB_mode", "\"auto\""},
+        {"color_temperature", "5000"},
+        {"digital_zoom_limit", "896"},
+        {"DC_iris_support", "1"},
+        {"ircut", "2"},
+        {"noise_reduction_2D", "2"},
+        {"noise_reduction_3D", "2"},
+        {"vo_resolution", "\"3840X2160P@30Hz\""},
+        {"sdi1_resolution", "\"1920X1080P@30Hz\""},
+        {"sdi2_resolution", "\"1920X1080P@30Hz\""},
+        {"vo_support", "[\"3840X2160P@60Hz\", \"3840X2160P@59.94Hz\", \"3840X2160P@50Hz\", "
+                       "\"3840X2160P@30Hz\", \"3840X2160P@29.97Hz\", \"3840X2160P@25Hz\", "
+                       "\"1920X1080P@60Hz\", \"1920X1080P@59.94Hz\", \"1920X1080P@50Hz\", "
+                       "\"1920X1080P@30Hz\", \"1920X1080P@29.97Hz\", \"1920X1080P@25Hz\", "
+                       "\"1920X1080P@24Hz\", \"1920X1080P@23.98Hz\", \"1920X1080I@60Hz\", "
+                       "\"1920X1080I@59.94Hz\", \"1920X1080I@50Hz\", \"1280X720P@60Hz\", "
+                       "\"1280X720P@59.94Hz\", \"1280X720P@50Hz\", \"1280X720P@30Hz\", "
+                       "\"1280X720P@29.97Hz\", \"1280X720P@25Hz\"]"},
+        {"sdi1_support", "false"},
+        {"sdi2_support", "false"},
+        {"frame_rate", "30"},
+    };
+    const std::vector<std::string> live{
+        "focus_area", "focus_distance", "focus_sensitivity", "abs focus", "anti_flicker",
+        "exposure_brightness", "gain", "gain_limit", "R_gain", "B_gain", "mirror", "flip", "freeze",
+        "backlight_compensation", "gamma", "digital_zoom_enable", "WDR_enable", "WDR_level",
+        "brightness", "sharpness", "contrast", "saturation", "DC_iris", "nd_filter",
+        "phantom_power_enable", "genlock_status", "genlock_phase", "genlock_phase_step",
+        "genlock_vertical", "tally_bright", "fpga_mode", "feature_size", "feature_set",
+        "feature_pos", "feature", "digital_zoom", "zoom", "focus", "pan", "tilt",
+        "preset zoom speed", "preset move speed",
+    };
+    std::string request = "{\"image\":{";
+    for (const Expected& k : known) request += std::string("\"") + k.key + "\":true,";
+    for (const std::string& k : live) request += "\"" + k + "\":true,";
+    request.back() = '}';
+    request += "}";
+    const std::string body = json_get(request);
+    EXPECT_EQ(status(body), "true") << body;
+    for (const Expected& k : known) EXPECT_EQ(member(body, k.key), k.value) << k.key;
+    for (const std::string& k : live) {
+        EXPECT_NE(member(body, k), "<absent>") << k;
+        EXPECT_NE(member(body, k), "false") << k;
+    }
+}
+
+TEST(JsonImageRead, RecordsConstantsAndOddMembers) {
+    std::string body = json_get(
+        "{\"image\":{\"digital_zoom\":true,\"Digital_Zoom_Limit\":true,\"sdi1_support\":true}}");
+    EXPECT_EQ(member(body, "digital_zoom"), "128");  // 1024 - the state's 896
+    EXPECT_EQ(member(body, "Digital_Zoom_Limit"), "896");
+    EXPECT_EQ(status(body), "true");
+    // Unknown key with true fails; with an object it only answers false.
+    body = json_get("{\"image\":{\"bogus\":{},\"mirror\":1}}");
+    EXPECT_EQ(member(body, "bogus"), "false");
+    EXPECT_EQ(member(body, "mirror"), "false");
+    EXPECT_EQ(status(body), "false");
+    body = json_get("{\"image\":{\"bogus\":{}}}");
+    EXPECT_EQ(status(body), "true");
+    body = json_get("{\"image\":{\"bogus\":true}}");
+    EXPECT_EQ(status(body), "false");
+}
+
+TEST(JsonImageWrite, GatesFollowRequestOrder) {
+    std::string body = json_set("{\"image\":{\"exposure_mode\":\"auto\"}}");
+    ASSERT_EQ(member(body, "exposure_mode"), "\"auto\"");
+    body = json_set("{\"image\":{\"iris\":10,\"exposure_mode\":\"manual\"}}");
+    EXPECT_EQ(member(body, "iris"), "false");
+    EXPECT_EQ(member(body, "exposure_mode"), "\"manual\"");
+    EXPECT_EQ(status(body), "false");
+    body = json_set("{\"image\":{\"exposure_mode\":\"manual\",\"iris\":10,\"gain\":4,\"gain_limit\":3}}");
+    EXPECT_EQ(member(body, "iris"), "10");
+    EXPECT_EQ(member(body, "gain"), "4");
+    EXPECT_EQ(member(body, "gain_limit"), "false");  // only in auto
+    body = json_set("{\"image\":{\"exposure_mode\":\"shutter priority\",\"shutter\":7,"
+                    "\"exposure_mode\":\"brightness priority\",\"exposure_brightness\":9}}");
+    EXPECT_EQ(member(body, "shutter"), "7");
+    EXPECT_EQ(member(body, "exposure_brightness"), "9");
+    body = json_set("{\"image\":{\"WB_mode\":\"manual\",\"R_gain\":100,\"B_gain\":90,"
+                    "\"color_temperature\":6500}}");
+    EXPECT_EQ(member(body, "R_gain"), "100");
+    EXPECT_EQ(member(body, "B_gain"), "90");
+    EXPECT_EQ(member(body, "color_temperature"), "false");
+    body = json_set("{\"image\":{\"WB_mode\":\"temperature\",\"color_temperature\":6500}}");
+    EXPECT_EQ(member(body, "WB_mode"), "\"temperature\"");
+    EXPECT_EQ(member(body, "color_temperature"), "6500");
+    json_set("{\"image\":{\"image_reset\":1}}");
+}
+
+TEST(JsonImageWrite, SettingsAnswerWhatTheCameraReadsBack) {
+    std::string body = json_set(
+        "{\"image\":{\"focus_mode\":\"MANUAL\",\"focus_distance\":\"3m\",\"focus_sensitivity\":\"low\","
+        "\"mirror\":5,\"flip\":0,\"noise_reduction_3D\":5,\"ircut\":1,\"WDR_level\":3,"
+        "\"vo_resolution\":\"1920x1080p@60hz\",\"sdi1_resolution\":\"3840X2160P@24Hz\","
+        "\"preset zoom speed\":5,\"FRAME_RATE\":25,\"focus_mode\":\"shaky\"}}");
+    EXPECT_EQ(member(body, "focus_distance"), "\"3m\"");
+    EXPECT_EQ(member(body, "focus_sensitivity"), "\"low\"");
+    EXPECT_EQ(member(body, "mirror"), "1");
+    EXPECT_EQ(member(body, "flip"), "0");
+    EXPECT_EQ(member(body, "noise_reduction_3D"), "5");
+    EXPECT_EQ(member(body, "ircut"), "1");
+    EXPECT_EQ(member(body, "WDR_level"), "3");
+    EXPECT_EQ(member(body, "vo_resolution"), "\"1920X1080P@60Hz\"");
+    EXPECT_EQ(member(body, "sdi1_resolution"), "false");  // readable, not settable
+    EXPECT_EQ(member(body, "preset zoom speed"), "5");
+    EXPECT_EQ(member(body, "FRAME_RATE"), "25");
+    EXPECT_EQ(status(body), "false");
+    // The first "focus_mode" took effect before the refused one.
+    EXPECT_NE(body.find("\"focus_mode\":\t\"manual\""), std::string::npos) << body;
+    body = json_set("{\"image\":{\"WB_mode\":\"one push\"}}");
+    EXPECT_EQ(member(body, "WB_mode"), "\"manual\"");
+    json_set("{\"image\":{\"image_reset\":1}}");
+}
+
+TEST(JsonImageWrite, SystemServerSettings) {
+    Journal syscmd("syscmd.log");
+    syscmd.mark();
+    std::string body = json_set("{\"image\":{\"digital_zoom\":100,\"vo_en\":0}}");
+    EXPECT_EQ(member(body, "digital_zoom"), "100");
+    EXPECT_EQ(member(body, "vo_en"), "0");
+    const std::vector<std::string> lines = syscmd.since();
+    EXPECT_EQ(lines, (std::vector<std::string>{"49 9c 03 00 00", "47 00 00 00 00"}));
+    EXPECT_EQ(member(json_get("{\"image\":{\"digital_zoom\":true}}"), "digital_zoom"), "100");
+    body = json_set("{\"image\":{\"digital_zoom\":128,\"vo_en\":1}}");
+    EXPECT_EQ(member(body, "vo_en"), "1");
+    EXPECT_EQ(status(body), "true");
+}
+
+TEST(JsonImageWrite, ActionsAndPresets) {
+    Journal visca("visca.log");
+    visca.mark();
+    std::string body = json_set("{\"image\":{\"image_reset\":0,\"image_save\":0}}");
+    EXPECT_EQ(member(body, "image_reset"), "true");
+    EXPECT_EQ(member(body, "image_save"), "true");
+    EXPECT_TRUE(visca.since().empty());
+
+    body = json_set("{\"image\":{\"zoom\":[1,2,3],\"focus\":[\"1\",\"2\"],\"zoom\":[0,0]}}");
+    EXPECT_NE(body.find("\"zoom\":\tfalse"), std::string::npos) << body;
+    EXPECT_NE(body.find("\"zoom\":\ttrue"), std::string::npos) << body;
+    EXPECT_EQ(member(body, "focus"), "false");
+
+    body = json_set("{\"image\":{\"preset\":{\"del\":3}}}");
+    body = json_set("{\"image\":{\"preset\":{\"add\":3,\"del\":300}}}");
+    EXPECT_EQ(member(body, "preset"), "false");
+    body = json_get("{\"image\":{\"preset\":3}}");
+    EXPECT_EQ(member(body, "preset"), "1");
+    body = json_get("{\"image\":{\"preset\":[3,4,\"3\"]}}");
+    EXPECT_EQ(member(body, "preset"), "[1, 0, 0]");
+    body = json_set("{\"image\":{\"preset\":{\"del\":3}}}");
+    EXPECT_EQ(member(body, "preset"), "true");
+    body = json_get("{\"image\":{\"preset\":3}}");
+    EXPECT_EQ(member(body, "preset"), "0");
+
+    visca.mark();
+    body = json_set("{\"image\":{\"abs ctrl\":{\"Pan\":4660},\"abs ctrl\":7}}");
+    EXPECT_EQ(member(body, "abs ctrl"), "true");
+    EXPECT_EQ(status(body), "true");
+    bool moved = false;
+    for (const std::string& line : visca.since())
+        if (line.rfind("81 01 06 02 18 18 01 02 03 04", 0) == 0) moved = true;
+    EXPECT_TRUE(moved);
+    body = json_set("{\"image\":{\"abs ctrl\":{\"roll\":1}}}");
+    EXPECT_EQ(member(body, "abs ctrl"), "false");
+
+    body = json_set("{\"image\":{\"snap\":\"e2e.jpg\",\"snap\":{\"name\":\"e2e2.jpg\",\"col\":640,"
+                    "\"line\":360}}}");
+    EXPECT_EQ(body, "{\n\t\"image\":\t{\n\t\t\"snap\":\ttrue,\n\t\t\"snap\":\ttrue\n\t},\n"
+                    "\t\"status\":\ttrue\n}\n");
+}
+
+TEST(JsonImageWrite, FeatureSlotsStoreAndReadBack) {
+    std::string body =
+        json_set("{\"image\":{\"feature\":{\"2\":{\"size\":3,\"x\":100,\"y\":-20},\"9\":{}}}}");
+    EXPECT_EQ(member(body, "2", 3), "{");
+    EXPECT_EQ(member(body, "size", 4), "3");
+    EXPECT_EQ(member(body, "y", 4), "-20");
+    EXPECT_EQ(member(body, "9", 3), "false");
+    EXPECT_EQ(status(body), "false");
+    body = json_get("{\"image\":{\"feature\":{\"2\":true,\"3\":1}}}");
+    EXPECT_EQ(member(body, "x", 4), "100");
+    EXPECT_EQ(member(body, "3", 3), "false");
+    EXPECT_EQ(status(body), "true");
+    json_set("{\"image\":{\"preset\":{\"del\":232}}}");
+}
+
+TEST(JsonImageAccess, KeyAndLogin) {
+    const std::string image = "\"image\":{\"DC_iris_support\":true}";
+    std::string body = body_of(post("path=get", std::string("{\"key\":") + kFactoryKey + "," + image + "}"));
+    EXPECT_EQ(member(body, "DC_iris_support"), "1");
+    EXPECT_EQ(status(body), "true");
+    body = body_of(post("path=get", "{\"key\":2236887815," + image + "}"));
+    EXPECT_EQ(body, "{\n\t\"key\":\tfalse,\n\t\"image\":\tfalse,\n\t\"status\":\tfalse\n}\n");
+    // A correct login grants access to the whole request.
+    body = body_of(post("path=get", "{\"system\":{\"login\":\"admin:admin\"}," + image + "}"));
+    EXPECT_EQ(member(body, "DC_iris_support"), "1");
+    body = body_of(post("path=get", "{\"system\":{\"login\":\"admin:admin:\"}," + image + "}"));
+    EXPECT_EQ(member(body, "image", 1), "false");
+    // A set made by POST needs the key just the same.
+    body = body_of(post("path=set", "{\"image\":{\"mirror\":0}}"));
+    EXPECT_EQ(body, "{\n\t\"image\":\tfalse,\n\t\"status\":\tfalse\n}\n");
+    body = body_of(post("path=set", std::string("{\"key\":") + kFactoryKey + ",\"image\":{\"mirror\":0}}"));
+    EXPECT_EQ(member(body, "mirror"), "0");
+}
+
+TEST(JsonImageWrite, TrackingLocksManualPanTilt) {
+    std::string body = json_set("{\"ai\":{\"enable\":1,\"tiltLock\":0}}");
+    ASSERT_EQ(status(body), "true") << body;
+    body = json_set("{\"image\":{\"ptz\":[0,5]}}");
+    EXPECT_EQ(member(body, "ptz"), "-1");
+    EXPECT_EQ(status(body), "true");
+    json_set("{\"ai\":{\"tiltLock\":1}}");
+    body = json_set("{\"image\":{\"ptz\":[1,5],\"ptz\":[0,5],\"ptz\":[3,5],\"ptz\":\"up\"}}");
+    EXPECT_EQ(body, "{\n\t\"image\":\t{\n\t\t\"ptz\":\ttrue,\n\t\t\"ptz\":\ttrue,\n\t\t\"ptz\":\t-1,\n"
+                    "\t\t\"ptz\":\t-1\n\t},\n\t\"status\":\ttrue\n}\n");
+    json_set("{\"ai\":{\"enable\":0,\"tiltLock\":0}}");
+    body = json_set("{\"image\":{\"ptz\":[4,5],\"ptz\":[0,5],\"ptz\":[0]}}");
+    EXPECT_EQ(body, "{\n\t\"image\":\t{\n\t\t\"ptz\":\ttrue,\n\t\t\"ptz\":\ttrue,\n\t\t\"ptz\":\tfalse\n"
+                    "\t},\n\t\"status\":\tfalse\n}\n");
+}

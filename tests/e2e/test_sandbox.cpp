@@ -1,0 +1,169 @@
+// The simulated camera itself: the responder runs in its own namespaces with
+// the camera's network and file system, firmware stand-ins journal their
+// calls, and a responder that dies is restarted.
+#include "e2e/harness.h"
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+
+namespace {
+
+using namespace e2e;
+
+std::string read_file(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+std::string environ_of(pid_t pid) {
+    std::string env = read_file("/proc/" + std::to_string(pid) + "/environ");
+    for (char& c : env)
+        if (c == '\0') c = '\n';
+    return "\n" + env;
+}
+
+// The responder of this sandbox: a process named "web" whose environment
+// names this run directory. 0 when there is none.
+pid_t responder_pid() {
+    DIR* dir = opendir("/proc");
+    if (!dir) return 0;
+    pid_t found = 0;
+    const std::string marker = "\nCAMERA_RUN_DIR=" + run_dir() + "\n";
+    while (dirent* e = readdir(dir)) {
+        const pid_t pid = static_cast<pid_t>(std::atoi(e->d_name));
+        if (pid <= 0) continue;
+        if (read_file("/proc/" + std::to_string(pid) + "/comm") != "web\n") continue;
+        if (environ_of(pid).find(marker) == std::string::npos) continue;
+        found = pid;
+        break;
+    }
+    closedir(dir);
+    return found;
+}
+
+pid_t wait_responder(pid_t other_than, int timeout_ms) {
+    for (int waited = 0; waited < timeout_ms; waited += 50) {
+        const pid_t pid = responder_pid();
+        if (pid > 0 && pid != other_than) return pid;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return 0;
+}
+
+std::string ns_of(const std::string& pid, const char* ns) {
+    char buf[64] = {};
+    const std::string link = "/proc/" + pid + "/ns/" + ns;
+    const ssize_t n = readlink(link.c_str(), buf, sizeof buf - 1);
+    return n > 0 ? std::string(buf, static_cast<size_t>(n)) : std::string();
+}
+
+// Runs a shell command inside the sandbox with the responder's environment;
+// returns its output.
+std::string run_inside(pid_t pid, const std::string& command) {
+    std::string env_args;
+    std::istringstream env(environ_of(pid));
+    for (std::string line; std::getline(env, line);) {
+        if (line.rfind("PATH=", 0) == 0 || line.rfind("CAMERA_RUN_DIR=", 0) == 0)
+            env_args += " '" + line + "'";
+    }
+    const std::string cmd = "nsenter -t " + std::to_string(pid) + " -a env -i" + env_args +
+                            " sh -c '" + command + "' 2>&1";
+    std::string out;
+    if (FILE* p = popen(cmd.c_str(), "r")) {
+        char buf[256];
+        while (size_t n = fread(buf, 1, sizeof buf, p)) out.append(buf, n);
+        pclose(p);
+    }
+    return out;
+}
+
+const std::string kUnknownNonsense =
+    "Content-type: application/json\r\nStatus: 200 OK\r\n\r\n"
+    "{\"status\":-1,\"message\":nonsense}";
+
+TEST(Sandbox, ResponderAnswersOnItsPrivateSocket) {
+    struct stat st {};
+    ASSERT_EQ(stat(run_path("web.sock").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISSOCK(st.st_mode));
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(st.st_uid, getuid());
+    EXPECT_EQ(get("nonsense"), kUnknownNonsense);
+}
+
+TEST(Sandbox, ResponderSeesTheCameraNotTheHost) {
+    const pid_t pid = responder_pid();
+    ASSERT_GT(pid, 0) << "no responder for " << run_dir();
+    const std::string p = std::to_string(pid);
+    for (const char* ns : {"ipc", "net", "mnt", "pid"})
+        EXPECT_NE(ns_of(p, ns), ns_of("self", ns)) << ns << " namespace is the host's";
+
+    // eth0 192.168.1.100/24 with the default route via 192.168.1.1.
+    EXPECT_NE(read_file("/proc/" + p + "/net/dev").find("eth0:"), std::string::npos);
+    const std::string fib = read_file("/proc/" + p + "/net/fib_trie");
+    EXPECT_NE(fib.find("192.168.1.100"), std::string::npos);
+    bool default_route = false;
+    std::istringstream routes(read_file("/proc/" + p + "/net/route"));
+    for (std::string line; std::getline(routes, line);) {
+        std::istringstream f(line);
+        std::string iface, dest, gw;
+        f >> iface >> dest >> gw;
+        if (iface == "eth0" && dest == "00000000" && gw == "0101A8C0") default_route = true;
+    }
+    EXPECT_TRUE(default_route);
+
+    // The camera's /tmp and /opt are run/root/tmp and run/root/opt.
+    const std::string root = "/proc/" + p + "/root";
+    std::ofstream(run_path("root/tmp/sandbox-probe")) << "probe\n";
+    EXPECT_EQ(read_file(root + "/tmp/sandbox-probe"), "probe\n");
+    std::remove(run_path("root/tmp/sandbox-probe").c_str());
+    EXPECT_NE(read_file(root + "/opt/params/print.conf").find("FASTCGI"), std::string::npos);
+    EXPECT_NE(read_file(root + "/opt/ipnc/www/config/lighttpd.conf").find("server.port = 80"),
+              std::string::npos);
+    EXPECT_EQ(read_file(root + "/etc/resolv.conf"), read_file(run_path("root/etc/resolv.conf")));
+}
+
+TEST(Sandbox, StandInsJournalTheirCalls) {
+    const pid_t pid = responder_pid();
+    ASSERT_GT(pid, 0);
+    Journal shell("shell.log");
+    // The names resolve to the stand-ins, not to the host's programs.
+    const std::string where = run_inside(pid, "for c in date hwclock mount umount mkfs.vfat; do command -v $c; done");
+    std::istringstream lines(where);
+    int found = 0;
+    for (std::string line; std::getline(lines, line); ++found)
+        EXPECT_EQ(line.rfind(run_path("bin/"), 0), 0u) << line;
+    EXPECT_EQ(found, 5) << where;
+
+    run_inside(pid, "sd-automount mmcblk0p1; /opt/ipnc/dhcpcd/dhcpcd -k eth0; "
+                    "/opt/ipnc/sys_update 1>/dev/console 2>/dev/console");
+    const auto got = shell.wait_lines(3);
+    ASSERT_EQ(got.size(), 3u);
+    EXPECT_EQ(got[0], run_path("bin/sd-automount") + " mmcblk0p1");
+    EXPECT_EQ(got[1], "/opt/ipnc/dhcpcd/dhcpcd -k eth0");
+    EXPECT_EQ(got[2], "/opt/ipnc/sys_update");
+}
+
+TEST(Sandbox, ResponderIsRestartedAfterItDies) {
+    const pid_t first = responder_pid();
+    ASSERT_GT(first, 0);
+    ASSERT_EQ(kill(first, SIGKILL), 0);
+    const pid_t second = wait_responder(first, 10000);
+    ASSERT_GT(second, 0) << "no new responder";
+    // The harness retries while the socket is being re-created.
+    EXPECT_EQ(get("nonsense"), kUnknownNonsense);
+}
+
+}  // namespace

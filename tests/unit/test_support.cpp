@@ -1,0 +1,227 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "support/elog.h"
+#include "support/support.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class SupportTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("support." + std::to_string(::getpid()));
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+        saved_level_ = g_print_level;
+    }
+    void TearDown() override {
+        fs::remove_all(dir_);
+        g_print_level = saved_level_;
+    }
+    std::string path(const char* name) const { return (dir_ / name).string(); }
+    static std::string slurp(const std::string& p) {
+        std::ifstream f(p);
+        return std::string(std::istreambuf_iterator<char>(f), {});
+    }
+    fs::path dir_;
+    int saved_level_ = 3;
+};
+
+void reap_all(int) {
+    int saved = errno;
+    while (::waitpid(-1, nullptr, WNOHANG) > 0) {
+    }
+    errno = saved;
+}
+
+// Restores the SIGCHLD disposition a test changed.
+struct ChildSignalScope {
+    struct sigaction old {};
+    explicit ChildSignalScope(void (*handler)(int)) {
+        struct sigaction sa {};
+        sa.sa_handler = handler;
+        sigemptyset(&sa.sa_mask);
+        ::sigaction(SIGCHLD, &sa, &old);
+    }
+    ~ChildSignalScope() { ::sigaction(SIGCHLD, &old, nullptr); }
+};
+
+}  // namespace
+
+TEST_F(SupportTest, PoxSystemKeepsExitStatusWhateverTheChildSignal) {
+    for (auto handler : {reap_all, SIG_IGN}) {
+        ChildSignalScope scope(handler);
+        int status = pox_system("exit 3");
+        ASSERT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(WEXITSTATUS(status), 3);
+        char out[8];
+        status = pox_popen("printf 'abcdefghij'; exit 2", out, sizeof(out));
+        EXPECT_EQ(WEXITSTATUS(status), 2);
+        EXPECT_STREQ(out, "abcdefg");
+        struct sigaction now {};
+        ::sigaction(SIGCHLD, nullptr, &now);
+        EXPECT_EQ(now.sa_handler, handler);  // the caller's handler is back
+    }
+}
+
+TEST_F(SupportTest, IniReadsAndWritesSectionsAndKeys) {
+    const std::string ini = path("feature.ini");
+    std::ofstream(ini) << "; comment\n[0]\nsize = 12\nx=3   \n\n[1]\nsize=40\n";
+    char value[16];
+    EXPECT_EQ(ini_get_value(ini.c_str(), "0", "size", value, sizeof(value)), 1);
+    EXPECT_STREQ(value, "12");
+    EXPECT_EQ(ini_get_value(ini.c_str(), "0", "x", value, sizeof(value)), 1);
+    EXPECT_STREQ(value, "3");
+    EXPECT_EQ(ini_get_value(ini.c_str(), "1", "x", value, sizeof(value)), -ENOENT);
+    EXPECT_EQ(ini_get_value(ini.c_str(), "7", "size", value, sizeof(value)), -ENOENT);
+    EXPECT_EQ(ini_get_value(path("absent.ini").c_str(), "0", "size", value, sizeof(value)), -ECHILD);
+    EXPECT_EQ(ini_get_value(ini.c_str(), nullptr, "size", value, sizeof(value)), -ECHILD);
+    char tiny[3];
+    EXPECT_EQ(ini_get_value(ini.c_str(), "1", "size", tiny, sizeof(tiny)), 1);
+    EXPECT_STREQ(tiny, "40");
+
+    // Changing a value keeps every other line; a new key joins its own section.
+    EXPECT_EQ(ini_set_value(ini.c_str(), "0", "size", "99"), 0);
+    EXPECT_EQ(ini_set_value(ini.c_str(), "0", "y", "5"), 0);
+    EXPECT_EQ(slurp(ini), "; comment\n[0]\nsize=99\nx=3   \ny=5\n\n[1]\nsize=40\n");
+
+    // A missing section is appended with its entry.
+    EXPECT_EQ(ini_set_value(ini.c_str(), "2", "x", "8"), 0);
+    EXPECT_TRUE(slurp(ini).ends_with("[1]\nsize=40\n[2]\nx=8\n"));
+    EXPECT_EQ(ini_get_value(ini.c_str(), "2", "x", value, sizeof(value)), 1);
+    EXPECT_STREQ(value, "8");
+
+    char names[4][64];
+    ASSERT_EQ(ini_get_sections(ini.c_str(), names, 4), 3);
+    EXPECT_STREQ(names[2], "2");
+    ASSERT_EQ(ini_get_keys(ini.c_str(), "0", names, 4), 3);
+    EXPECT_STREQ(names[0], "size");
+    EXPECT_STREQ(names[2], "y");
+    EXPECT_EQ(ini_get_keys(ini.c_str(), "9", names, 4), -ENOENT);
+
+    // Values that would break the file's lines are refused.
+    EXPECT_EQ(ini_set_value(ini.c_str(), "0", "x", "1\n[evil]"), -ECHILD);
+    EXPECT_EQ(ini_set_value(ini.c_str(), "0]", "x", "1"), -ECHILD);
+}
+
+TEST_F(SupportTest, IniLeavesUnchangedFileAloneAndCreatesMissingOne) {
+    const std::string ini = path("a.ini");
+    std::ofstream(ini) << "[net]\nmtu=1500";  // no line end at the very end
+    struct timeval old_times[2] = {{1000000000, 0}, {1000000000, 0}};
+    ASSERT_EQ(::utimes(ini.c_str(), old_times), 0);
+    EXPECT_EQ(ini_set_value(ini.c_str(), "net", "mtu", "1500"), 0);
+    struct stat st {};
+    ASSERT_EQ(::stat(ini.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mtime, 1000000000);
+
+    EXPECT_EQ(ini_set_value(ini.c_str(), "dns", "server", "8.8.8.8"), 0);
+    EXPECT_EQ(slurp(ini), "[net]\nmtu=1500\n[dns]\nserver=8.8.8.8\n");
+
+    const std::string fresh = path("fresh.ini");
+    EXPECT_EQ(ini_set_value(fresh.c_str(), "s", "k", "v"), 0);
+    EXPECT_EQ(slurp(fresh), "[s]\nk=v\n");
+}
+
+TEST_F(SupportTest, DiagnosticFilesMoveAsideAbove2MiB) {
+    const std::string at_limit = path("at_limit.log");
+    const std::string over = path("over.log");
+    fs::resize_file((std::ofstream(at_limit), at_limit), 2097152);
+    fs::resize_file((std::ofstream(over), over), 2097153);
+    EXPECT_EQ(log_append_line(at_limit.c_str(), "next"), 0);
+    EXPECT_EQ(log_append_line(over.c_str(), "next"), 0);
+    EXPECT_FALSE(fs::exists(at_limit + ".bak"));
+    EXPECT_EQ(fs::file_size(at_limit), 2097152u + 5);
+    ASSERT_TRUE(fs::exists(over + ".bak"));
+    EXPECT_EQ(fs::file_size(over + ".bak"), 2097153u);
+    EXPECT_EQ(slurp(over), "next\n");
+
+    const uint8_t bytes[] = {0x81, 0x01, 0xff};
+    const std::string hex = path("hex.log");
+    EXPECT_EQ(log_append_hex(hex.c_str(), bytes, 3, "tx"), 0);
+    const std::string h = slurp(hex);
+    EXPECT_EQ(h.front(), '[');
+    EXPECT_TRUE(h.ends_with("]tx:81  01  ff  \n")) << h;
+    const std::string txt = path("text.log");
+    EXPECT_EQ(log_append_text(txt.c_str(), "hello", 99, "rx"), 0);
+    EXPECT_TRUE(slurp(txt).ends_with("]rx:\nhello\n"));
+}
+
+TEST_F(SupportTest, HexPrintBreaksLinesAfterSixteenAndAtTheEnd) {
+    uint8_t bytes[17];
+    for (int i = 0; i < 17; ++i) bytes[i] = static_cast<uint8_t>(i);
+    g_print_level = 3;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(hex_print(bytes, 17), 3);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+    g_print_level = 4;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(hex_print(bytes, 17), 17);
+    const std::string err = testing::internal::GetCapturedStderr();
+    std::string expected;
+    char buf[32];
+    for (int i = 0; i < 17; ++i) {
+        std::snprintf(buf, sizeof(buf), "\033[0;34m%02x  \033[0m", i);
+        expected += buf;
+        if (i == 15 || i == 16) expected += "\n";
+    }
+    EXPECT_EQ(err, expected);
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(hex_dump(bytes, 16), 16);
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1);
+}
+
+TEST_F(SupportTest, MsgSizeCheckKeepsHalfTheQueueFree) {
+    const int qid = ::msgget(IPC_PRIVATE, IPC_CREAT | 0600);
+    ASSERT_GE(qid, 0);
+    struct msqid_ds ds {};
+    ASSERT_EQ(::msgctl(qid, IPC_STAT, &ds), 0);
+    ds.msg_qbytes = 1000;
+    ASSERT_EQ(::msgctl(qid, IPC_SET, &ds), 0);
+    EXPECT_EQ(msg_size_check(qid, 1000), 0);
+    EXPECT_EQ(msg_size_check(qid, 1001), -1);
+    struct {
+        long type;
+        char body[600];
+    } msg{1, {}};
+    ASSERT_EQ(::msgsnd(qid, &msg, 500, IPC_NOWAIT), 0);
+    EXPECT_EQ(msg_size_check(qid, 88), 0);  // exactly half full
+    ASSERT_EQ(::msgsnd(qid, &msg, 1, IPC_NOWAIT), 0);
+    EXPECT_EQ(msg_size_check(qid, 88), -1);  // 88 would fit, but more than half is taken
+    ::msgctl(qid, IPC_RMID, nullptr);
+    EXPECT_EQ(msg_size_check(qid, 88), -1);
+}
+
+TEST_F(SupportTest, ProcessAndFileQueries) {
+    const std::string file = path("snap.jpg");
+    {
+        std::ofstream held(file);
+        held << "x" << std::flush;
+        EXPECT_EQ(file_in_use(file.c_str()), 1);
+    }
+    EXPECT_EQ(file_in_use(file.c_str()), 0);
+
+    char name[64];
+    ASSERT_EQ(get_process_name(name, sizeof(name)), 0);
+    EXPECT_EQ(std::string(program_invocation_short_name).substr(0, 15), name);
+
+    EXPECT_GT(free_space_check(dir_.c_str()), 0);
+    EXPECT_EQ(free_space_check(path("absent/dir").c_str()), -1);
+}
