@@ -10,6 +10,10 @@ REPO=$(cd "$(dirname "$0")/.." && pwd)
 BUILD=$(cd "$1" 2>/dev/null && pwd) || { echo "e2e: no build directory $1" >&2; exit 2; }
 shift
 export CAMERA_RUN_DIR=${E2E_RUN_DIR:-$REPO/run/e2e}
+# One run at a time per state directory: a second run waits for the first.
+mkdir -p "$REPO/run"
+exec 9>"$REPO/run/.e2e.lock"
+flock 9
 # shellcheck source=camera-common.sh
 . "$REPO/scripts/camera-common.sh"
 

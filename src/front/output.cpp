@@ -14,6 +14,8 @@ OutputCapture* g_capture = nullptr;
 OutputCapture::OutputCapture(std::string_view body) : body_(body) { g_capture = this; }
 OutputCapture::~OutputCapture() { g_capture = nullptr; }
 
+int out_accept() { return FCGI_Accept(); }
+
 int out_printf(const char* format, ...) {
     va_list ap;
     va_start(ap, format);

@@ -7,6 +7,9 @@
 #include <string>
 #include <string_view>
 
+// Waits for the next request; negative when no further request will come.
+int out_accept();
+
 int out_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 size_t out_write(const void* data, size_t size);
 

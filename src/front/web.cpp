@@ -25,10 +25,6 @@
 #include "support/log.h"
 #include "support/support.h"
 
-// The accept call of the FastCGI standard-I/O layer. Only the accept itself is
-// needed here; the rest of that layer stays behind front/output.h.
-extern "C" int FCGI_Accept(void);
-
 namespace {
 
 constexpr size_t kBufferSize = 2048;     // query and body area
@@ -242,7 +238,7 @@ int web_main() {
         pox_system("echo FASTCGI:system init failed > /dev/stderr");
         return -1;
     }
-    while (FCGI_Accept() >= 0) {
+    while (out_accept() >= 0) {
         if (g_reload_level != 0) {
             g_reload_level = 0;
             elog_load_print_level("FASTCGI");

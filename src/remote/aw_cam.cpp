@@ -103,9 +103,8 @@ Outcome nd_inquiry(Request& r, int) {
 Outcome lens_status(Request& r, int) {
     int zoom = 0, focus = 0;
     if (CamInfo* cam = GetCamInfoParams()) {
-        const volatile int32_t* word = cam->word;
-        zoom = word[29];
-        focus = word[30];
+        zoom = cam->zoom();
+        focus = cam->focus();
     }
     char buffer[48];
     std::snprintf(buffer, sizeof buffer, "QSI:18:%03x%03x%03x", static_cast<unsigned>(position_from_motor(zoom)),

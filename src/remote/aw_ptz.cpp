@@ -2,6 +2,7 @@
 // position and status answers of the remote-control protocol.
 #include "remote/aw_ptz.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -59,7 +60,7 @@ void appendf(std::string& out, const char* format, ...) {
 int awake_digit(int& digit) {
     const SysState* state = GetSysState(1);
     if (!state) return -1;
-    digit = (*static_cast<const volatile uint8_t*>(&state->standby) == 0) ? 1 : 0;
+    digit = (state->standby == 0) ? 1 : 0;
     return 0;
 }
 
@@ -70,8 +71,7 @@ struct Positions {
 int motor_positions(Positions& p) {
     CamInfo* cam = GetCamInfoParams();
     if (!cam) return -1;
-    const volatile int32_t* word = cam->word;
-    p = {word[27], word[28], word[29], word[30]};
+    p = {cam->pan(), cam->tilt(), cam->zoom(), cam->focus()};
     return 0;
 }
 
