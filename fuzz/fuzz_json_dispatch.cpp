@@ -7,6 +7,9 @@
 //         there is no access key and no login succeeds, so only parsing and
 //         the refusal reply run; write handlers are never reached, which
 //         keeps shell commands of maintenance actions out of a fuzzing run.
+// Some read handlers run fixed firmware commands through the shell (such as
+// linking the feature images into the web root); PATH is emptied so that on
+// a development machine none of them is found.
 // Checks that every reply starts with the JSON header block and that a reply
 // printed for a usable object ends with a "status" member.
 // See fuzz/README.md for building and running.
@@ -24,6 +27,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool quiet = [] {
         g_print_level = 0;
+        setenv("PATH", "/nonexistent", 1);
         return true;
     }();
     (void)quiet;

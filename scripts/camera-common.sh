@@ -80,26 +80,36 @@ free_port() {
   return 1
 }
 
+# True while the process runs (a zombie counts as ended). Stopping polls
+# with this instead of `wait`, which can hang when called from a trap.
+running() {
+  local _pid _comm state
+  read -r _pid _comm state _ <"/proc/$1/stat" 2>/dev/null || return 1
+  [ "$state" != Z ]
+}
+
+# stop_process PID SECONDS: SIGTERM (repeated each second), then SIGKILL.
+stop_process() {
+  local pid=$1 i
+  for ((i = 0; i < $2 * 10; i++)); do
+    running "$pid" || return 0
+    ((i % 10 == 0)) && kill -TERM "$pid" 2>/dev/null
+    sleep 0.1
+  done
+  kill -KILL "$pid" 2>/dev/null
+  return 1
+}
+
 camera_stop() {
   if [ -n "$LIGHTTPD_PID" ]; then
-    kill -TERM "$LIGHTTPD_PID" 2>/dev/null
-    wait "$LIGHTTPD_PID" 2>/dev/null
+    stop_process "$LIGHTTPD_PID" 5
     LIGHTTPD_PID=
   fi
   if [ -n "$SANDBOX_PID" ]; then
-    local i unshare_pid
+    local unshare_pid
     unshare_pid=$(pgrep -P "$SANDBOX_PID" -x unshare 2>/dev/null | head -n 1)
-    for ((i = 0; i < 100; i++)); do
-      kill -0 "$SANDBOX_PID" 2>/dev/null || break
-      ((i % 10 == 0)) && kill -TERM "$SANDBOX_PID" 2>/dev/null
-      sleep 0.1
-    done
     # Last resort: unshare takes the whole sandbox with it.
-    if kill -0 "$SANDBOX_PID" 2>/dev/null; then
-      [ -n "$unshare_pid" ] && kill -KILL "$unshare_pid" 2>/dev/null
-      kill -KILL "$SANDBOX_PID" 2>/dev/null
-    fi
-    wait "$SANDBOX_PID" 2>/dev/null
+    stop_process "$SANDBOX_PID" 10 || { [ -n "$unshare_pid" ] && kill -KILL "$unshare_pid" 2>/dev/null; }
     SANDBOX_PID=
   fi
 }

@@ -218,18 +218,28 @@ for ((i = 0; i < 50; i++)); do
   sleep 0.02
 done
 
+running() {  # a zombie counts as ended
+  local _pid _comm state
+  read -r _pid _comm state _ <"/proc/$1/stat" 2>/dev/null || return 1
+  [ "$state" != Z ]
+}
+
 stop() {
   trap '' TERM INT HUP
   local init i
   init=$(pgrep -P "$upid" 2>/dev/null | head -n 1)
   [ -n "$init" ] && kill -TERM "$init" 2>/dev/null
   for ((i = 0; i < 30; i++)); do
-    kill -0 "$upid" 2>/dev/null || break
+    running "$upid" || break
     sleep 0.1
   done
-  # unshare takes its child (the namespace's first process) with it.
+  # unshare takes its child (the namespace's first process) with it. No
+  # `wait` here: called from a trap it can hang on an already reaped child.
   kill -KILL "$upid" 2>/dev/null
-  wait "$upid" 2>/dev/null
+  for ((i = 0; i < 30; i++)); do
+    running "$upid" || break
+    sleep 0.1
+  done
   rm -f "$run/web.sock" "$run/sandbox.ready" "$run/sandbox.pid"
   exit 0
 }

@@ -39,6 +39,7 @@ std::array<char, kBufferSize> g_decoded{};
 int g_route_index = -1;
 bool g_upload_armed = false;
 const char* g_upload_path = "/tmp/update.bin";
+const char* g_print_conf = "/opt/params/print.conf";
 volatile std::sig_atomic_t g_reload_level = 0;
 
 using RouteHandler = int (*)(const char* argument);
@@ -78,6 +79,14 @@ constexpr std::array<PostRoute, 4> kPostRoutes{{
 }};
 
 void on_sigusr1(int) { g_reload_level = 1; }
+
+// The signal handler only raises a flag (reading a file is not safe inside
+// it); the level is read again here, before the next request is served.
+void reload_print_level_if_asked() {
+    if (g_reload_level == 0) return;
+    g_reload_level = 0;
+    elog_load_print_level("FASTCGI", g_print_conf);
+}
 
 // CONTENT_LENGTH in base 10; absent, negative or unreadable counts as 0.
 long content_length() {
@@ -176,8 +185,12 @@ int post_route_selected() { return g_route_index; }
 void upload_set_armed(bool armed) { g_upload_armed = armed; }
 bool upload_is_armed() { return g_upload_armed; }
 void upload_set_path(const char* path) { g_upload_path = path ? path : "/tmp/update.bin"; }
+void print_conf_set_path(const char* path) {
+    g_print_conf = path ? path : "/opt/params/print.conf";
+}
 
 void web_handle_request() {
+    reload_print_level_if_asked();
     const char* query = std::getenv("QUERY_STRING");
     const char* method = std::getenv("REQUEST_METHOD");
     if (query == nullptr || method == nullptr) return;
@@ -196,10 +209,8 @@ void web_handle_request() {
 int system_init() {
     elog_init(g_print_level);
     process_info_print("web");
-    elog_load_print_level("FASTCGI");
+    elog_load_print_level("FASTCGI", g_print_conf);
 
-    // The handler only raises a flag; the loop reloads the level before the
-    // next request is served.
     struct sigaction sa {};
     sa.sa_handler = on_sigusr1;
     sigemptyset(&sa.sa_mask);
@@ -238,13 +249,7 @@ int web_main() {
         pox_system("echo FASTCGI:system init failed > /dev/stderr");
         return -1;
     }
-    while (out_accept() >= 0) {
-        if (g_reload_level != 0) {
-            g_reload_level = 0;
-            elog_load_print_level("FASTCGI");
-        }
-        web_handle_request();
-    }
+    while (out_accept() >= 0) web_handle_request();
     system_deinit();
     return 0;
 }

@@ -11,7 +11,8 @@ int system_deinit();  // always 0
 
 // Reads the CGI environment of the current request (QUERY_STRING,
 // REQUEST_METHOD, CONTENT_LENGTH), routes it and writes the whole reply
-// through front/output.h.
+// through front/output.h. A print-level reload asked for by SIGUSR1 is done
+// first.
 void web_handle_request();
 
 // Looks a POST name up in the post route table (exact, case-sensitive).
@@ -24,3 +25,7 @@ void upload_set_armed(bool armed);
 bool upload_is_armed();
 // The file an upload is appended to ("/tmp/update.bin"; tests point it elsewhere).
 void upload_set_path(const char* path);
+
+// The log-level file read at start-up and again after SIGUSR1
+// ("/opt/params/print.conf"; tests point it elsewhere).
+void print_conf_set_path(const char* path);

@@ -99,9 +99,9 @@ int recv_from_cam(uint8_t* buffer, int* capacity, int timeout_ms, int* seq, cons
     for (;;) {
         SemWait(g_sem);
         got = msgrcv(g_qid, &reply, kCamMsgBody, g_own_id, IPC_NOWAIT | MSG_NOERROR);
-        err = errno;
+        err = errno == EINTR ? ENOMSG : errno;  // an interrupted poll is an empty one
         SemRelease(g_sem);
-        if (got >= 0 || (err != ENOMSG && err != EINTR)) break;
+        if (got >= 0 || err != ENOMSG) break;
         if ((now_us() - start) / 1000 > timeout_ms) break;
         sleep_1ms();
     }

@@ -55,7 +55,7 @@ void answer_all(cJSON* obj, const AiInfo* ai, bool limit_always) {
 
 // The section key with false, as the answer to a section that failed.
 int fail_section(cJSON* member, cJSON* reply) {
-    if (reply) cJSON_AddItemToObject(reply, member->string, cJSON_CreateFalse());
+    if (reply && member && member->string) cJSON_AddItemToObject(reply, member->string, cJSON_CreateFalse());
     return -1;
 }
 
@@ -100,7 +100,7 @@ bool read_member(cJSON* answer, const cJSON* item, const AiInfo* ai) {
 
 int json_ai_set_ctrl(cJSON* member, cJSON* reply) {
     const AiInfo* ai = GetAiInfoParams();
-    if (!member || !reply || !ai) return fail_section(member, reply);
+    if (!member || !reply || !ai || !cJSON_IsObject(member)) return fail_section(member, reply);
     bool ok = true;
     cJSON* item = nullptr;
     cJSON_ArrayForEach(item, member) {

@@ -9,8 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "front/output.h"
 #include "front/reply.h"
@@ -92,30 +94,36 @@ struct TextDeleter {
 };
 using PrintedText = std::unique_ptr<char, TextDeleter>;
 
-enum class Dispatcher : uint8_t { get, set };
-
-// True when the request proves itself with the key or a correct login.
+// True when the request proves itself with the key or a correct login. The
+// key must be spelled exactly "key"; the login is found like any other
+// section and member name, without regard to case.
 bool access_granted(const cJSON* request) {
     const cJSON* key = cJSON_GetObjectItemCaseSensitive(request, "key");
     if (cJSON_IsNumber(key) && json_access_key_match(static_cast<int32_t>(key->valueint)) == 1)
         return true;
-    const cJSON* system = cJSON_GetObjectItemCaseSensitive(request, "system");
+    const cJSON* system = cJSON_GetObjectItem(request, "system");
     if (!cJSON_IsObject(system)) return false;
-    const cJSON* login = cJSON_GetObjectItemCaseSensitive(system, "login");
+    const cJSON* login = cJSON_GetObjectItem(system, "login");
     return cJSON_IsString(login) && login->valuestring != nullptr &&
            json_login_check(login->valuestring) == 0;
 }
 
-int dispatch(const char* text, Dispatcher which) {
+struct Dispatched {
+    int result;
+    PrintedText printed;  // the reply as printed, for the get dispatcher's log
+};
+
+Dispatched dispatch(const char* text, std::span<const JsonSection> sections) {
     JsonTree request(text != nullptr ? cJSON_Parse(text) : nullptr);
-    if (!request || request->child == nullptr) {
+    // Only an object with members is a request; a bare array or value is not.
+    if (!cJSON_IsObject(request.get()) || request->child == nullptr) {
         reply_error("This is no json");
-        return -1;
+        return {-1, nullptr};
     }
     JsonTree reply(cJSON_CreateObject());
     if (!reply) {
         reply_error("This is no json");
-        return -1;
+        return {-1, nullptr};
     }
 
     const char* method = std::getenv("REQUEST_METHOD");
@@ -124,18 +132,13 @@ int dispatch(const char* text, Dispatcher which) {
             json_answer_false(reply.get(), member->string);
         cJSON_AddItemToObject(reply.get(), "status", cJSON_CreateFalse());
     } else {
-        json_section_dispatch(which == Dispatcher::get ? std::span<const JsonSection>(kGetSections)
-                                                       : std::span<const JsonSection>(kSetSections),
-                              request.get(), reply.get());
+        json_section_dispatch(sections, request.get(), reply.get());
     }
 
     reply_header(kHdrJson);
     PrintedText printed(cJSON_Print(reply.get()));
-    if (printed) {
-        out_printf("%s\n", printed.get());
-        if (which == Dispatcher::get) LOG_DBG("%s\n", printed.get());
-    }
-    return 0;
+    if (printed) out_printf("%s\n", printed.get());
+    return {0, std::move(printed)};
 }
 
 }  // namespace
@@ -202,6 +205,10 @@ int json_login_check(const char* login) {
     return user == field_text(info->user) && password == field_text(info->password) ? 0 : -1;
 }
 
-int json_get_ctrl(const char* text) { return dispatch(text, Dispatcher::get); }
+int json_get_ctrl(const char* text) {
+    const Dispatched done = dispatch(text, kGetSections);
+    if (done.printed) LOG_DBG("%s\n", done.printed.get());
+    return done.result;
+}
 
-int json_set_ctrl(const char* text) { return dispatch(text, Dispatcher::set); }
+int json_set_ctrl(const char* text) { return dispatch(text, kSetSections).result; }

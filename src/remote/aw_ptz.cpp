@@ -295,8 +295,25 @@ int aw_ptz(const char* argument) {
     return -1;
 }
 
-int json_ptz_zoom(int direction, int speed) { return image_zoom_drive(direction, speed); }
+// What each drive direction logs: stop, then the two senses.
+constexpr std::array<const char*, 3> kZoomLog{"Zoom Stop\n", "Zoom In\n", "Zoom Out\n"};
+constexpr std::array<const char*, 3> kFocusLog{"Focus Stop\n", "Focus Near\n", "Focus Far\n"};
 
-int json_ptz_focus(int direction, int speed) { return image_focus_drive(direction, speed); }
+static const char* drive_log(const std::array<const char*, 3>& texts, int direction) {
+    return texts[direction == 1 || direction == 2 ? direction : 0];
+}
 
-int json_ptz_home() { return image_ptz_home(); }
+int json_ptz_zoom(int direction, int speed) {
+    LOG_DBG("%s", drive_log(kZoomLog, direction));
+    return image_zoom_drive(direction, speed);
+}
+
+int json_ptz_focus(int direction, int speed) {
+    LOG_DBG("%s", drive_log(kFocusLog, direction));
+    return image_focus_drive(direction, speed);
+}
+
+int json_ptz_home() {
+    LOG_DBG("Home\n");
+    return image_ptz_home();
+}

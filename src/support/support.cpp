@@ -143,7 +143,6 @@ bool read_lines(const char* path, std::vector<std::string>& lines) {
 
 struct IniScan {
     bool readable = false;
-    bool section_found = false;
     bool key_found = false;
     std::string value;
 };
@@ -156,7 +155,6 @@ IniScan ini_scan(const std::vector<std::string>& lines, std::string_view section
         IniLine l = classify(raw);
         if (l.kind == IniLine::Kind::Section) {
             inside = l.name == section;
-            scan.section_found |= inside;
         } else if (inside && l.kind == IniLine::Kind::Entry && l.name == key) {
             scan.key_found = true;
             scan.value = l.value;
@@ -199,39 +197,23 @@ int ini_append_section(const char* path, const char* section, const char* key, c
     return 0;
 }
 
-// Rewrites the file with the key's line replaced (value null: removed) or, if
-// the section has no such key, added after the section's last entry.
-int ini_rewrite(const char* path, std::vector<std::string> lines, std::string_view section,
-                std::string_view key, const char* value, bool key_found) {
+// Rewrites the file with the key's line in that section replaced (value
+// null: removed), every other line kept.
+int ini_rewrite(const char* path, const std::vector<std::string>& lines, std::string_view section,
+                std::string_view key, const char* value) {
+    std::vector<std::string_view> out;
+    out.reserve(lines.size());
     const std::string entry = value ? std::string(key) + "=" + value : std::string();
-    std::vector<std::string> out;
-    if (key_found) {
-        out.reserve(lines.size());
-        bool inside = false;
-        for (auto& raw : lines) {
-            IniLine l = classify(raw);
-            if (l.kind == IniLine::Kind::Section) {
-                inside = l.name == section;
-            } else if (inside && l.kind == IniLine::Kind::Entry && l.name == key) {
-                if (value) out.push_back(entry);
-                continue;
-            }
-            out.push_back(std::move(raw));
+    bool inside = false;
+    for (const auto& raw : lines) {
+        IniLine l = classify(raw);
+        if (l.kind == IniLine::Kind::Section) {
+            inside = l.name == section;
+        } else if (inside && l.kind == IniLine::Kind::Entry && l.name == key) {
+            if (value) out.push_back(entry);
+            continue;
         }
-    } else {
-        size_t at = std::string::npos;
-        for (size_t i = 0; i < lines.size(); ++i) {
-            IniLine l = classify(lines[i]);
-            if (l.kind == IniLine::Kind::Section) {
-                if (at != std::string::npos) break;
-                if (l.name == section) at = i + 1;
-            } else if (at != std::string::npos && l.kind == IniLine::Kind::Entry) {
-                at = i + 1;
-            }
-        }
-        if (at == std::string::npos || !value) return -ENOENT;
-        lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(at), entry);
-        out = std::move(lines);
+        out.push_back(raw);
     }
 
     char tmp[] = "/tmp/ini.XXXXXX";
@@ -243,8 +225,8 @@ int ini_rewrite(const char* path, std::vector<std::string> lines, std::string_vi
         ::unlink(tmp);
         return -EAGAIN;
     }
-    for (const auto& line : out) {
-        if (std::fprintf(fp.get(), "%s\n", line.c_str()) < 0) {
+    for (const auto line : out) {
+        if (std::fprintf(fp.get(), "%.*s\n", static_cast<int>(line.size()), line.data()) < 0) {
             fp.reset();
             ::unlink(tmp);
             return -EAGAIN;
@@ -509,8 +491,10 @@ int ini_set_value(const char* path, const char* section, const char* key, const 
     IniScan scan = ini_scan(lines, section, key);
     if (scan.key_found && value && scan.value == trim(value)) return 0;  // unchanged: no write
     if (!scan.key_found && !value) return -ENOENT;
-    if (!scan.section_found) return ini_append_section(path, section, key, value);
-    return ini_rewrite(path, std::move(lines), section, key, value, scan.key_found);
+    // A missing key is appended with its section header at the end, even when
+    // the section exists already: readers find it in the second block.
+    if (!scan.key_found) return ini_append_section(path, section, key, value);
+    return ini_rewrite(path, lines, section, key, value);
 }
 
 int ini_get_sections(const char* path, char (*out)[64], int max) {

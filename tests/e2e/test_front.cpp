@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <cstdio>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -119,6 +121,10 @@ TEST_F(FrontE2E, SendPresetPackets) {
     EXPECT_EQ(post("path=sendPreset", "{\"index\":2,\"control\":\"jump\"}"),
               kJson + "{\"status\":0,\"index\":2,\"speed\":\"jump\"}");
     EXPECT_EQ(packets_until_sentinel(), Lines{});
+    // Leave no preset behind for the suites that follow.
+    EXPECT_EQ(post("path=sendPreset", "{\"index\":4,\"control\":\"del\"}"),
+              kJson + "{\"status\":1,\"index\":4,\"speed\":\"del\"}");
+    EXPECT_EQ(packets(1), Lines{"81 01 04 3f 02 00 04 ff"});
 }
 
 TEST_F(FrontE2E, PostNamesAndBodies) {
@@ -160,13 +166,33 @@ TEST_F(FrontE2E, DeviceSummaryAndPaths) {
 }
 
 TEST_F(FrontE2E, PreviewIsAJpegOfTheSnapshot) {
+    Journal syscmd("syscmd.log");
+    syscmd.mark();
     std::string reply = get("path=/mw-api/v1/preview/image");
     const std::string head = "Content-type: image/jpeg\r\nStatus: 200 OK\r\n\r\n";
     ASSERT_EQ(reply.rfind(head, 0), 0u);
+    EXPECT_EQ(syscmd.since(), Lines{"41 68 01 40 41"});
     std::string jpeg = reply.substr(head.size());
     ASSERT_GT(jpeg.size(), 4u);
     EXPECT_EQ(static_cast<unsigned char>(jpeg[0]), 0xFF);
     EXPECT_EQ(static_cast<unsigned char>(jpeg[1]), 0xD8);
     EXPECT_EQ(static_cast<unsigned char>(jpeg[jpeg.size() - 2]), 0xFF);
     EXPECT_EQ(static_cast<unsigned char>(jpeg[jpeg.size() - 1]), 0xD9);
+}
+
+TEST_F(FrontE2E, StoredLogoReplacesTheSnapshot) {
+    const std::string logo_path = run_path("root/opt/params/logo.jpg");
+    std::string logo = "\xFF\xD8logo";
+    logo += std::string(3000, '\0');  // more than one 1024-byte piece, zero bytes included
+    logo += "\xFF\xD9";
+    {
+        std::ofstream out(logo_path, std::ios::binary);
+        out << logo;
+    }
+    Journal syscmd("syscmd.log");
+    syscmd.mark();
+    std::string reply = get("path=/MW-API/V1/PREVIEW/IMAGE");
+    std::remove(logo_path.c_str());
+    EXPECT_EQ(reply, "Content-type: image/jpeg\r\nStatus: 200 OK\r\n\r\n" + logo);
+    EXPECT_EQ(syscmd.since(), Lines{});
 }

@@ -243,6 +243,9 @@ TEST(JsonImageAccess, KeyAndLogin) {
     // A correct login grants access to the whole request.
     body = body_of(post("path=get", "{\"system\":{\"login\":\"admin:admin\"}," + image + "}"));
     EXPECT_EQ(member(body, "DC_iris_support"), "1");
+    // The login is found like any section and member name, without regard to case.
+    body = body_of(post("path=get", "{\"SYSTEM\":{\"Login\":\"admin:admin\"}," + image + "}"));
+    EXPECT_EQ(member(body, "DC_iris_support"), "1");
     body = body_of(post("path=get", "{\"system\":{\"login\":\"admin:admin:\"}," + image + "}"));
     EXPECT_EQ(member(body, "image", 1), "false");
     // A set made by POST needs the key just the same.

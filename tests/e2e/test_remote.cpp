@@ -200,6 +200,7 @@ TEST_F(RemoteE2E, FocusModeBothDialects) {
     visca.mark();
     EXPECT_EQ(cam_fresh("HFF"), std::string(kText) + "\"ER1:HFF\"\r\n");
     EXPECT_EQ(packets(2), (Lines{"81 01 04 38 03 ff", "81 01 04 08 36 ff"}));
+    image_defaults();   // back to auto focus for whoever comes next
 }
 
 TEST_F(RemoteE2E, ExposureStatusShutterAndGain) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "camera/image_ctrl.h"
+#include "support/elog.h"
 
 namespace {
 
@@ -353,6 +354,35 @@ TEST_F(ImageCtrl, PanTiltActions) {
     EXPECT_EQ(s[3].packet, (Bytes{0x81, 0x01, 0x06, 0x05, 0xFF}));
     EXPECT_EQ(s[4].packet, (Bytes{0x81, 0x01, 0x06, 0x01, 0x10, 0x08, 0x02, 0x01, 0xFF}));
     EXPECT_EQ(cam.log[cam.log.size() - 2].how, "flush");
+}
+
+// Each accepted drive names its direction at debug level; refused ones stay silent.
+TEST_F(ImageCtrl, DrivesLogTheirDirection) {
+    const int saved = g_print_level;
+    g_print_level = 4;
+    testing::internal::CaptureStderr();
+    image_zoom_ctrl(0, 1);
+    image_zoom_ctrl(1, 1);
+    image_zoom_ctrl(2, 1);
+    image_zoom_ctrl(1, 8);
+    image_focus_ctrl(0, 1);
+    image_focus_ctrl(1, 1);
+    image_focus_ctrl(2, 1);
+    for (int action = 0; action <= 11; ++action) image_ptz_ctrl(action, 1);
+    std::string err = testing::internal::GetCapturedStderr();
+    g_print_level = saved;
+
+    std::string texts;
+    for (size_t at = 0; (at = err.find("\033[0;36m", at)) != std::string::npos;) {
+        at += 7;
+        const size_t end = err.find("\033[0m", at);
+        texts += err.substr(at, end - at);
+    }
+    EXPECT_EQ(texts,
+              "Zoom Stop\nZoom In\nZoom Out\n"
+              "Focus Stop\nFocus Near\nFocus Far\n"
+              "PTZ Stop\nPTZ Up\nPTZ Down\nPTZ Left\nPTZ Right\nPTZ Home\nPTZ Reset\n"
+              "PTZ Up Left\nPTZ Down Left\nPTZ Up Right\nPTZ Down Right\n");
 }
 
 TEST_F(ImageCtrl, AbsolutePositionKeepsTheOtherAxis) {

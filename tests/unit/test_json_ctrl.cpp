@@ -3,11 +3,18 @@
 // exists and only GET requests (or refusals) are exercised.
 #include <gtest/gtest.h>
 
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "front/output.h"
+#include "ipc/records.h"
 #include "json/json_ctrl_func.h"
+#include "support/elog.h"
 
 namespace {
 
@@ -82,7 +89,7 @@ TEST(JsonLogin, RefusesTextsOver255Characters) {
 }
 
 TEST(JsonDispatch, RejectsTextThatIsNoJsonObject) {
-    for (const char* text : {"", "{", "not json", "{}", "{\"image\":"}) {
+    for (const char* text : {"", "{", "not json", "{}", "{\"image\":", "[{\"image\":{}}]", "[1]", "7"}) {
         const Reply reply = run("GET", text);
         EXPECT_EQ(reply.result, -1) << text;
         EXPECT_NE(reply.text.find("This is no json"), std::string::npos) << text;
@@ -132,4 +139,58 @@ TEST(JsonDispatch, UnknownAndMistypedSectionsFail) {
     EXPECT_EQ(run("GET", "{\"nope\":1,\"image\":{}}").text,
               std::string(kJsonHeader) +
                   "{\n\t\"nope\":\tfalse,\n\t\"image\":\t{\n\t},\n\t\"status\":\tfalse\n}\n");
+}
+
+namespace {
+
+// The logger on a queue of the test's own, at debug level, with the function
+// name in every line.
+class JsonDispatchLog : public ::testing::Test {
+protected:
+    void SetUp() override {
+        saved_level_ = g_print_level;
+        key_ = 0x6A000000 | (::getpid() & 0xFFFFFF);
+        if (const int stale = ::msgget(key_, 0); stale >= 0) ::msgctl(stale, IPC_RMID, nullptr);
+        qid_ = ::msgget(key_, IPC_CREAT | IPC_EXCL | 0600);
+        ASSERT_GE(qid_, 0);
+        elog_port_set_queue(true, key_);
+        g_print_level = ELOG_LVL_DEBUG;
+        elog_init(g_print_level);
+        elog_set_fmt(ELOG_LVL_DEBUG, ELOG_FMT_FUNC);
+        testing::internal::CaptureStderr();
+    }
+    void TearDown() override {
+        testing::internal::GetCapturedStderr();
+        elog_deinit();
+        ::msgctl(qid_, IPC_RMID, nullptr);
+        elog_port_set_queue(true, kLogMsgKey);
+        g_print_level = saved_level_;
+    }
+    std::vector<std::string> drain() {
+        std::vector<std::string> lines;
+        LogMsg msg{};
+        while (::msgrcv(qid_, &msg, sizeof(msg) - sizeof(long), 0, IPC_NOWAIT) > 0) {
+            const size_t length = msg.length;
+            lines.emplace_back(msg.text, length);
+        }
+        return lines;
+    }
+    int saved_level_ = 3;
+    int key_ = 0;
+    int qid_ = -1;
+};
+
+}  // namespace
+
+TEST_F(JsonDispatchLog, GetLogsItsPrintedReplyUnderItsOwnName) {
+    run("GET", "{\"image\":{\"DC_iris_support\":true}}");
+    EXPECT_EQ(drain(), std::vector<std::string>{
+                           "(json_get_ctrl) {\n\t\"image\":\t{\n\t\t\"DC_iris_support\":\t1\n\t},\n"
+                           "\t\"status\":\ttrue\n}\n"});
+    // A refused get is logged the same way; the set dispatcher does not log.
+    EXPECT_EQ(drain().size(), 0u);
+    run("POST", "{\"image\":{}}");
+    EXPECT_EQ(drain().size(), 1u);
+    run("GET", "{\"image\":{}}", true);
+    EXPECT_TRUE(drain().empty());
 }

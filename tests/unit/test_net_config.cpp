@@ -1,10 +1,12 @@
 // The interface library against a real "eth0": each case runs in a child
-// process with its own network and mount namespaces, a veth eth0 and a
+// process with its own network and mount namespaces, a veth eth0 whose peer sits in a LAN namespace and a
 // private resolv.conf, so the host is never touched.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <sched.h>
+#include <netinet/in.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,8 +48,13 @@ std::string in_sandbox(const std::function<std::string()>& body) {
             mount(resolv, "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0 ||
             // sysfs shows the namespace's own interfaces only when mounted in it
             mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0 ||
-            std::system("ip link set lo up && ip link add eth0 type veth peer name eth0p && "
-                        "ip link set eth0p up && "
+            // named namespaces live in a private /run/netns, gone with the child
+            std::system("mkdir -p /run/netns && mount -t tmpfs tmpfs /run/netns") != 0 ||
+            // eth0 here, its peer in a second namespace that plays the LAN at 10.0.0.1
+            std::system("ip link set lo up && ip link add eth0 type veth peer name lan0 && "
+                        "ip netns add lan && ip link set lan0 netns lan && "
+                        "ip -n lan addr add 10.0.0.1/24 dev lan0 && ip -n lan link set lan0 up && "
+                        "ip -n lan link set lo up && "
                         "ip addr add 10.0.0.5/24 dev eth0 && ip link set eth0 up") != 0) {
             out = "SKIP";
         } else {
@@ -153,9 +160,19 @@ TEST_F(NetConfig, PingAnswersOnlyForLiveAddresses) {
     run([] {
         std::string out;
         CHECK_EQ_IN_CHILD(out, net_ping("10.0.0.5", 1000), 0);
+        CHECK_EQ_IN_CHILD(out, net_ping("10.0.0.1", 1000), 0);  // the LAN end answers
         CHECK_EQ_IN_CHILD(out, net_ping("10.0.0.77", 200), -1);
-        // 500 is half a millisecond: too short even for a neighbour that is absent.
+        // 500 is half a millisecond: an absent neighbour is never "in use".
         CHECK_EQ_IN_CHILD(out, net_ip_in_use(ip("10.0.0.77")), 0);
+        // A port bound by someone is in use, a free one is not.
+        int s = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in sin{};
+        sin.sin_family = AF_INET;
+        sin.sin_port = htons(18555);
+        bind(s, reinterpret_cast<sockaddr*>(&sin), sizeof sin);
+        CHECK_EQ_IN_CHILD(out, net_check_port(18555), 1);
+        close(s);
+        CHECK_EQ_IN_CHILD(out, net_check_port(18555), 0);
         return out;
     });
 }

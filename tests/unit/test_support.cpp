@@ -95,19 +95,24 @@ TEST_F(SupportTest, IniReadsAndWritesSectionsAndKeys) {
     EXPECT_EQ(ini_get_value(ini.c_str(), "1", "size", tiny, sizeof(tiny)), 1);
     EXPECT_STREQ(tiny, "40");
 
-    // Changing a value keeps every other line; a new key joins its own section.
+    // Changing a value keeps every other line.
     EXPECT_EQ(ini_set_value(ini.c_str(), "0", "size", "99"), 0);
-    EXPECT_EQ(ini_set_value(ini.c_str(), "0", "y", "5"), 0);
-    EXPECT_EQ(slurp(ini), "; comment\n[0]\nsize=99\nx=3   \ny=5\n\n[1]\nsize=40\n");
+    EXPECT_EQ(slurp(ini), "; comment\n[0]\nsize=99\nx=3   \n\n[1]\nsize=40\n");
 
-    // A missing section is appended with its entry.
+    // A missing section, or a missing key of an existing one, is appended at
+    // the end with its section header; readers find it there.
     EXPECT_EQ(ini_set_value(ini.c_str(), "2", "x", "8"), 0);
-    EXPECT_TRUE(slurp(ini).ends_with("[1]\nsize=40\n[2]\nx=8\n"));
+    EXPECT_EQ(ini_set_value(ini.c_str(), "0", "y", "5"), 0);
+    EXPECT_EQ(slurp(ini), "; comment\n[0]\nsize=99\nx=3   \n\n[1]\nsize=40\n[2]\nx=8\n[0]\ny=5\n");
     EXPECT_EQ(ini_get_value(ini.c_str(), "2", "x", value, sizeof(value)), 1);
     EXPECT_STREQ(value, "8");
+    EXPECT_EQ(ini_get_value(ini.c_str(), "0", "y", value, sizeof(value)), 1);
+    EXPECT_STREQ(value, "5");
+    EXPECT_EQ(ini_set_value(ini.c_str(), "0", "y", "6"), 0);  // found in the second block
+    EXPECT_TRUE(slurp(ini).ends_with("[0]\ny=6\n"));
 
     char names[4][64];
-    ASSERT_EQ(ini_get_sections(ini.c_str(), names, 4), 3);
+    ASSERT_EQ(ini_get_sections(ini.c_str(), names, 4), 4);
     EXPECT_STREQ(names[2], "2");
     ASSERT_EQ(ini_get_keys(ini.c_str(), "0", names, 4), 3);
     EXPECT_STREQ(names[0], "size");
