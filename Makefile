@@ -29,4 +29,4 @@ e2e: build
 	@ctest --preset $(PRESET) --output-on-failure -L e2e
 
 clean:
-	rm -rf build build-san run
+	chmod -R u+rwx run 2>/dev/null; rm -rf build build-san run

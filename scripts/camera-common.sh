@@ -84,7 +84,7 @@ free_port() {
 # with this instead of `wait`, which can hang when called from a trap.
 running() {
   local _pid _comm state
-  read -r _pid _comm state _ <"/proc/$1/stat" 2>/dev/null || return 1
+  read -r _pid _comm state _ 2>/dev/null <"/proc/$1/stat" || return 1
   [ "$state" != Z ]
 }
 

@@ -5,14 +5,18 @@
 # State: <repo>/run/e2e (removed first), so that `make run` can go on beside.
 set -uo pipefail
 
+# One block, read whole before it runs: editing this file cannot disturb a
+# running copy.
+{
+
 [ $# -ge 1 ] || { echo "usage: $0 BUILD_DIR [gtest args]" >&2; exit 2; }
 REPO=$(cd "$(dirname "$0")/.." && pwd)
 BUILD=$(cd "$1" 2>/dev/null && pwd) || { echo "e2e: no build directory $1" >&2; exit 2; }
 shift
 export CAMERA_RUN_DIR=${E2E_RUN_DIR:-$REPO/run/e2e}
 # One run at a time per state directory: a second run waits for the first.
-mkdir -p "$REPO/run"
-exec 9>"$REPO/run/.e2e.lock"
+mkdir -p "$(dirname "$CAMERA_RUN_DIR")"
+exec 9>"$(dirname "$CAMERA_RUN_DIR")/.e2e.lock" || exit 1
 flock 9
 # shellcheck source=camera-common.sh
 . "$REPO/scripts/camera-common.sh"
@@ -52,3 +56,4 @@ export WEB_HTTP_PORT=$port
 status=$?
 [ "$status" -eq 0 ] || show_logs
 finish "$status"
+}

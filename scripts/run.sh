@@ -6,6 +6,10 @@
 # like its flash; the journals start empty).
 set -uo pipefail
 
+# One block, read whole before it runs: editing this file cannot disturb a
+# running copy.
+{
+
 [ $# -ge 1 ] || { echo "usage: $0 BUILD_DIR" >&2; exit 2; }
 REPO=$(cd "$(dirname "$0")/.." && pwd)
 BUILD=$(cd "$1" 2>/dev/null && pwd) || { echo "run: no build directory $1" >&2; exit 2; }
@@ -59,3 +63,4 @@ while kill -0 "$SANDBOX_PID" 2>/dev/null && kill -0 "$LIGHTTPD_PID" 2>/dev/null;
 done
 echo "run: the camera or its web server ended unexpectedly" >&2
 finish 1
+}

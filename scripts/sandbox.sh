@@ -20,6 +20,10 @@
 # SIGTERM or SIGINT stops the sandbox and everything in it.
 set -uo pipefail
 
+# One block, read whole before it runs: editing this file cannot disturb a
+# running copy.
+{
+
 say() { echo "sandbox: $*" >&2; }
 
 # Fixed identity of the simulated camera's network port.
@@ -41,7 +45,6 @@ readonly SIMULATORS=(logcollector syssim camsim)
 # ---------------------------------------------------------------------------
 inside() {
   local build=$1 run=$2
-  local children=()
 
   finish() {
     trap '' TERM INT HUP
@@ -123,7 +126,6 @@ inside() {
       continue
     fi
     "${confine[@]}" "$bin" >"$run/$name.out" 2>&1 &
-    children+=($!)
     for ((i = 0; i < 200; i++)); do
       grep -q '^ready' "$run/$name.out" 2>/dev/null && break
       kill -0 "$!" 2>/dev/null || break
@@ -142,7 +144,6 @@ inside() {
       sleep 0.2
     done
   ) 2>>"$run/web.log" &
-  children+=($!)
 
   for ((i = 0; i < 200; i++)); do
     [ -S "$run/web.sock" ] && break
@@ -218,9 +219,16 @@ for ((i = 0; i < 50; i++)); do
   sleep 0.02
 done
 
+tidy() {  # what only a running sandbox needs; the overlay's work directory
+  # (mode 000) would otherwise stop an ordinary user's `rm -rf run`
+  rm -f "$run/web.sock" "$run/sandbox.ready" "$run/sandbox.pid"
+  chmod -R u+rwx "$run/.etc-work" 2>/dev/null
+  rm -rf "$run/.etc-work"
+}
+
 running() {  # a zombie counts as ended
   local _pid _comm state
-  read -r _pid _comm state _ <"/proc/$1/stat" 2>/dev/null || return 1
+  read -r _pid _comm state _ 2>/dev/null <"/proc/$1/stat" || return 1
   [ "$state" != Z ]
 }
 
@@ -240,7 +248,7 @@ stop() {
     running "$upid" || break
     sleep 0.1
   done
-  rm -f "$run/web.sock" "$run/sandbox.ready" "$run/sandbox.pid"
+  tidy
   exit 0
 }
 trap stop TERM INT HUP
@@ -251,6 +259,7 @@ while kill -0 "$upid" 2>/dev/null; do
 done
 wait "$upid"
 status=$?
-rm -f "$run/web.sock" "$run/sandbox.ready" "$run/sandbox.pid"
+tidy
 say "the sandbox ended"
 exit "$status"
+}

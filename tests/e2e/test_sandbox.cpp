@@ -35,23 +35,41 @@ std::string environ_of(pid_t pid) {
     return "\n" + env;
 }
 
-// The responder of this sandbox: a process named "web" whose environment
-// names this run directory. 0 when there is none.
+std::string ns_of(const std::string& pid, const char* ns) {
+    char buf[64] = {};
+    const std::string link = "/proc/" + pid + "/ns/" + ns;
+    const ssize_t n = readlink(link.c_str(), buf, sizeof buf - 1);
+    return n > 0 ? std::string(buf, static_cast<size_t>(n)) : std::string();
+}
+
+// The responder of this sandbox: the process named "web" in the PID
+// namespace of the sandbox's first process (run/sandbox.pid). 0 if none.
 pid_t responder_pid() {
+    const std::string init = read_file(run_path("sandbox.pid"));
+    const std::string sandbox_ns = ns_of(std::to_string(std::atoi(init.c_str())), "pid");
+    if (init.empty() || sandbox_ns.empty()) return 0;
     DIR* dir = opendir("/proc");
     if (!dir) return 0;
     pid_t found = 0;
-    const std::string marker = "\nCAMERA_RUN_DIR=" + run_dir() + "\n";
     while (dirent* e = readdir(dir)) {
         const pid_t pid = static_cast<pid_t>(std::atoi(e->d_name));
         if (pid <= 0) continue;
-        if (read_file("/proc/" + std::to_string(pid) + "/comm") != "web\n") continue;
-        if (environ_of(pid).find(marker) == std::string::npos) continue;
+        const std::string p = std::to_string(pid);
+        if (read_file("/proc/" + p + "/comm") != "web\n") continue;
+        if (ns_of(p, "pid") != sandbox_ns) continue;
         found = pid;
         break;
     }
     closedir(dir);
     return found;
+}
+
+// A variable of the process's environment ("" when absent).
+std::string env_var(pid_t pid, const std::string& name) {
+    std::istringstream env(environ_of(pid));
+    for (std::string line; std::getline(env, line);)
+        if (line.rfind(name + "=", 0) == 0) return line.substr(name.size() + 1);
+    return {};
 }
 
 pid_t wait_responder(pid_t other_than, int timeout_ms) {
@@ -63,23 +81,16 @@ pid_t wait_responder(pid_t other_than, int timeout_ms) {
     return 0;
 }
 
-std::string ns_of(const std::string& pid, const char* ns) {
-    char buf[64] = {};
-    const std::string link = "/proc/" + pid + "/ns/" + ns;
-    const ssize_t n = readlink(link.c_str(), buf, sizeof buf - 1);
-    return n > 0 ? std::string(buf, static_cast<size_t>(n)) : std::string();
-}
-
 // Runs a shell command inside the sandbox with the responder's environment;
 // returns its output.
 std::string run_inside(pid_t pid, const std::string& command) {
-    std::string env_args;
-    std::istringstream env(environ_of(pid));
-    for (std::string line; std::getline(env, line);) {
-        if (line.rfind("PATH=", 0) == 0 || line.rfind("CAMERA_RUN_DIR=", 0) == 0)
-            env_args += " '" + line + "'";
-    }
-    const std::string cmd = "nsenter -t " + std::to_string(pid) + " -a env -i" + env_args +
+    const std::string env_args = " 'PATH=" + env_var(pid, "PATH") + "' 'CAMERA_RUN_DIR=" +
+                                 env_var(pid, "CAMERA_RUN_DIR") + "'";
+    // The user namespace is entered only when the sandbox has its own (when
+    // it was started by an ordinary user).
+    const std::string p = std::to_string(pid);
+    const char* user = ns_of(p, "user") == ns_of("self", "user") ? "" : " -U --preserve-credentials";
+    const std::string cmd = "nsenter -t " + p + user + " -m -n -i -p env -i" + env_args +
                             " sh -c '" + command + "' 2>&1";
     std::string out;
     if (FILE* p = popen(cmd.c_str(), "r")) {
@@ -105,7 +116,7 @@ TEST(Sandbox, ResponderAnswersOnItsPrivateSocket) {
 
 TEST(Sandbox, ResponderSeesTheCameraNotTheHost) {
     const pid_t pid = responder_pid();
-    ASSERT_GT(pid, 0) << "no responder for " << run_dir();
+    ASSERT_GT(pid, 0) << "no responder in the sandbox of " << run_dir();
     const std::string p = std::to_string(pid);
     for (const char* ns : {"ipc", "net", "mnt", "pid"})
         EXPECT_NE(ns_of(p, ns), ns_of("self", ns)) << ns << " namespace is the host's";
@@ -139,19 +150,22 @@ TEST(Sandbox, StandInsJournalTheirCalls) {
     const pid_t pid = responder_pid();
     ASSERT_GT(pid, 0);
     Journal shell("shell.log");
+    // The stand-ins' directory as the camera sees it (run/ may be mounted
+    // elsewhere inside when its host path would be hidden).
+    const std::string bin = env_var(pid, "CAMERA_RUN_DIR") + "/bin/";
     // The names resolve to the stand-ins, not to the host's programs.
     const std::string where = run_inside(pid, "for c in date hwclock mount umount mkfs.vfat; do command -v $c; done");
     std::istringstream lines(where);
     int found = 0;
     for (std::string line; std::getline(lines, line); ++found)
-        EXPECT_EQ(line.rfind(run_path("bin/"), 0), 0u) << line;
+        EXPECT_EQ(line.rfind(bin, 0), 0u) << line;
     EXPECT_EQ(found, 5) << where;
 
     run_inside(pid, "sd-automount mmcblk0p1; /opt/ipnc/dhcpcd/dhcpcd -k eth0; "
                     "/opt/ipnc/sys_update 1>/dev/console 2>/dev/console");
     const auto got = shell.wait_lines(3);
     ASSERT_EQ(got.size(), 3u);
-    EXPECT_EQ(got[0], run_path("bin/sd-automount") + " mmcblk0p1");
+    EXPECT_EQ(got[0], bin + "sd-automount mmcblk0p1");
     EXPECT_EQ(got[1], "/opt/ipnc/dhcpcd/dhcpcd -k eth0");
     EXPECT_EQ(got[2], "/opt/ipnc/sys_update");
 }
