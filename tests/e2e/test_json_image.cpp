@@ -206,7 +206,9 @@ TEST(JsonImageWrite, ActionsAndPresets) {
     EXPECT_EQ(member(body, "abs ctrl"), "true");
     EXPECT_EQ(status(body), "true");
     bool moved = false;
-    for (const std::string& line : visca.since())
+    // The position inquiry, then the move, which is sent without waiting:
+    // give the camera a moment to take it.
+    for (const std::string& line : visca.wait_lines(2))
         if (line.rfind("81 01 06 02 18 18 01 02 03 04", 0) == 0) moved = true;
     EXPECT_TRUE(moved);
     body = json_set("{\"image\":{\"abs ctrl\":{\"roll\":1}}}");
