@@ -168,6 +168,7 @@ TEST_F(RemoteCommand, RefusalsAndAnswersWithoutTheCamera) {
     EXPECT_EQ(ptz("cmd=#Pxx"), text("\"ER1:#Pxx\"\r\n"));   // no speed: not a drive
     EXPECT_EQ(ptz("cmd=#DA"), text("dA0\r\n"));
     EXPECT_EQ(ptz("cmd=#tae7"), text("tAE7\r\n"));
+    EXPECT_EQ(ptz("cmd=#TAE"), text("tAE1\r\n"));   // not a tilt drive: no speed digits
     EXPECT_EQ(cam("res=1&cmd=osd:b1"), text("OSD:B1:02B\r\n"));
     EXPECT_EQ(cam("cmd=OMS:001"), text("\"ER1:OMS:001\"\r\n"));   // "OMS:" takes one character
     EXPECT_EQ(cam("cmd=ORS"), text("\"ER1:ORS\"\r\n"));
