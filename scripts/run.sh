@@ -46,7 +46,7 @@ Try (Ctrl-C stops everything):
   curl '$url/cgi-bin/web.fcgi?nonsense'
   curl '$url/cgi-bin/web.fcgi?func=get%7B%22image%22:%7B%22focus_mode%22:true%7D%7D'
   curl '$url/cgi-bin/aw_ptz?cmd=%23APC&res=1'
-  curl '$url/cgi-bin/aw_cam?cmd=QID&res=1'
+  curl '$url/cgi-bin/aw_cam?cmd=QSH&res=1'
   curl '$url/live/camdata.html'
   curl '$url/controlhub'
   curl -o preview.jpg '$url/mw-api/v1/preview/image'
