@@ -147,15 +147,29 @@ struct IniScan {
     std::string value;
 };
 
+// Fed the lines in file order, tells which of them is an entry of the key
+// inside the section.
+class KeyInSection {
+public:
+    KeyInSection(std::string_view section, std::string_view key) : section_(section), key_(key) {}
+    bool operator()(const IniLine& l) {
+        if (l.kind == IniLine::Kind::Section) inside_ = l.name == section_;
+        return inside_ && l.kind == IniLine::Kind::Entry && l.name == key_;
+    }
+
+private:
+    std::string_view section_;
+    std::string_view key_;
+    bool inside_ = false;
+};
+
 IniScan ini_scan(const std::vector<std::string>& lines, std::string_view section, std::string_view key) {
     IniScan scan;
     scan.readable = true;
-    bool inside = false;
+    KeyInSection is_key(section, key);
     for (const auto& raw : lines) {
-        IniLine l = classify(raw);
-        if (l.kind == IniLine::Kind::Section) {
-            inside = l.name == section;
-        } else if (inside && l.kind == IniLine::Kind::Entry && l.name == key) {
+        const IniLine l = classify(raw);
+        if (is_key(l)) {
             scan.key_found = true;
             scan.value = l.value;
             break;
@@ -204,12 +218,9 @@ int ini_rewrite(const char* path, const std::vector<std::string>& lines, std::st
     std::vector<std::string_view> out;
     out.reserve(lines.size());
     const std::string entry = value ? std::string(key) + "=" + value : std::string();
-    bool inside = false;
+    KeyInSection is_key(section, key);
     for (const auto& raw : lines) {
-        IniLine l = classify(raw);
-        if (l.kind == IniLine::Kind::Section) {
-            inside = l.name == section;
-        } else if (inside && l.kind == IniLine::Kind::Entry && l.name == key) {
+        if (is_key(classify(raw))) {
             if (value) out.push_back(entry);
             continue;
         }

@@ -328,6 +328,25 @@ std::vector<std::string> Journal::wait_lines(size_t count, int timeout_ms) const
     }
 }
 
+std::vector<std::string> Journal::take(size_t count, int timeout_ms) {
+    auto lines = wait_lines(count, timeout_ms);
+    mark();
+    return lines;
+}
+
+std::vector<std::string> visca_until_sentinel(Journal& visca) {
+    constexpr std::string_view kSentinel = "81 09 04 da ff";
+    get("aw_cam?cmd=OFT&res=1");
+    std::vector<std::string> got = visca.wait_lines(1);
+    for (int i = 0; i < 30 && (got.empty() || got.back() != kSentinel); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        got = visca.since();
+    }
+    visca.mark();
+    if (!got.empty() && got.back() == kSentinel) got.pop_back();
+    return got;
+}
+
 void fault_set(const std::string& file, const std::string& text) {
     const std::string path = run_path(file);
     const std::string tmp = path + ".tmp";

@@ -45,11 +45,19 @@ public:
     std::vector<std::string> since() const;
     // Waits up to timeout_ms for at least `count` new lines.
     std::vector<std::string> wait_lines(size_t count, int timeout_ms = 3000) const;
+    // wait_lines(count), then the mark moved past what was returned.
+    std::vector<std::string> take(size_t count, int timeout_ms = 3000);
 
 private:
     std::string path_;
     long offset_ = 0;
 };
+
+// The VISCA packets journalled in `visca` since its mark, proven complete by a
+// closing inquiry: "aw_cam?cmd=OFT" asks 81 09 04 DA FF, and its arrival shows
+// that everything sent before it has arrived. The sentinel itself is dropped
+// and the mark moved on.
+std::vector<std::string> visca_until_sentinel(Journal& visca);
 
 // Fault switches of the simulators: writes `text` to run/<file> (for example
 // fault_set("camsim.ctl", "silent")); an empty text clears the switches.

@@ -7,11 +7,9 @@
 
 #include <sys/stat.h>
 
-#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -31,24 +29,6 @@ long file_size(const std::string& path) {
 class FrontE2E : public ::testing::Test {
 protected:
     void SetUp() override { visca.mark(); }
-    Lines packets(size_t count) {
-        Lines got = visca.wait_lines(count);
-        visca.mark();
-        return got;
-    }
-    // Everything sent since the mark, proven complete by a closing inquiry
-    // ("aw_cam?cmd=OFT" asks 81 09 04 DA FF).
-    Lines packets_until_sentinel() {
-        get("aw_cam?cmd=OFT&res=1");
-        Lines got = visca.wait_lines(1);
-        for (int i = 0; i < 30 && (got.empty() || got.back() != "81 09 04 da ff"); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            got = visca.since();
-        }
-        visca.mark();
-        if (!got.empty() && got.back() == "81 09 04 da ff") got.pop_back();
-        return got;
-    }
     Journal visca{"visca.log"};
 };
 
@@ -80,25 +60,25 @@ TEST_F(FrontE2E, CamdataIsFixed) {
     EXPECT_EQ(first.substr(first.size() - 4), "\r\n\r\n");
     get("aw_ptz?cmd=%23APC90009000&res=1");
     EXPECT_EQ(get("camdata"), first);
-    packets_until_sentinel();
+    visca_until_sentinel(visca);
 }
 
 TEST_F(FrontE2E, SendPtzPackets) {
     EXPECT_EQ(post("path=sendPTZ", "{\"type\":9,\"speed\":5}"),
               kJson + "{\"status\":1,\"type\":9,\"speed\":5}");
-    EXPECT_EQ(packets(1), Lines{"81 01 04 07 25 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 07 25 ff"});
     EXPECT_EQ(post("path=sendPTZ", "{\"type\":3,\"speed\":300}"),
               kJson + "{\"status\":1,\"type\":3,\"speed\":300}");
-    EXPECT_EQ(packets(1), Lines{"81 01 06 01 2c 2c 02 03 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 06 01 2c 2c 02 03 ff"});
     EXPECT_EQ(post("path=sendPTZ", "{\"type\":0,\"speed\":4}"),
               kJson + "{\"status\":1,\"type\":0,\"speed\":4}");
-    EXPECT_EQ(packets(1), Lines{"81 01 06 01 04 04 03 03 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 06 01 04 04 03 03 ff"});
     EXPECT_EQ(post("path=sendPTZ", "{\"type\":6,\"speed\":21}"),
               kJson + "{\"status\":1,\"type\":6,\"speed\":21}");
-    EXPECT_EQ(packets(2), (Lines{"81 01 04 38 03 ff", "81 01 04 08 35 ff"}));
+    EXPECT_EQ(visca.take(2), (Lines{"81 01 04 38 03 ff", "81 01 04 08 35 ff"}));
     EXPECT_EQ(post("path=sendPTZ", "{\"type\":11,\"speed\":1}"),
               kJson + "{\"status\":1,\"type\":11,\"speed\":1}");
-    EXPECT_EQ(packets(1), Lines{"81 01 04 07 00 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 07 00 ff"});
 
     EXPECT_EQ(post("path=sendPTZ", "{\"type\":12,\"speed\":1}"),
               kJson + "{\"status\":1,\"type\":12,\"speed\":1}");
@@ -106,25 +86,25 @@ TEST_F(FrontE2E, SendPtzPackets) {
               kJson + "{\"status\":-1,\"message\":Invalid params}");
     EXPECT_EQ(post("path=sendPTZ", "type=9"),
               kJson + "{\"status\":-1,\"message\":this is no json}");
-    EXPECT_EQ(packets_until_sentinel(), Lines{});
+    EXPECT_EQ(visca_until_sentinel(visca), Lines{});
 }
 
 TEST_F(FrontE2E, SendPresetPackets) {
     EXPECT_EQ(post("path=sendPreset", "{\"index\":3,\"control\":\"SET\"}"),
               kJson + "{\"status\":1,\"index\":3,\"speed\":\"SET\"}");
-    EXPECT_EQ(packets(1), Lines{"81 01 04 3f 01 00 03 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 3f 01 00 03 ff"});
     EXPECT_EQ(post("path=sendPreset", "{\"index\":260,\"control\":\"add\"}"),
               kJson + "{\"status\":1,\"index\":260,\"speed\":\"add\"}");
-    EXPECT_EQ(packets(1), Lines{"81 01 04 3f 00 00 04 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 3f 00 00 04 ff"});
     EXPECT_EQ(post("path=sendPreset", "{\"index\":-1,\"control\":\"add\"}"),
               kJson + "{\"status\":-1,\"message\":Invalid params}");
     EXPECT_EQ(post("path=sendPreset", "{\"index\":2,\"control\":\"jump\"}"),
               kJson + "{\"status\":0,\"index\":2,\"speed\":\"jump\"}");
-    EXPECT_EQ(packets_until_sentinel(), Lines{});
+    EXPECT_EQ(visca_until_sentinel(visca), Lines{});
     // Leave no preset behind for the suites that follow.
     EXPECT_EQ(post("path=sendPreset", "{\"index\":4,\"control\":\"del\"}"),
               kJson + "{\"status\":1,\"index\":4,\"speed\":\"del\"}");
-    EXPECT_EQ(packets(1), Lines{"81 01 04 3f 02 00 04 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 3f 02 00 04 ff"});
 }
 
 TEST_F(FrontE2E, PostNamesAndBodies) {

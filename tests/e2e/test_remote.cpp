@@ -46,25 +46,6 @@ void image_defaults() { get("func=set{\"image\":{\"image_reset\":1}}"); }
 class RemoteE2E : public ::testing::Test {
 protected:
     void SetUp() override { visca.mark(); }
-    // Waits for the packets sent since the mark and returns them, the mark moved on.
-    Lines packets(size_t count) {
-        Lines got = visca.wait_lines(count);
-        visca.mark();
-        return got;
-    }
-    // Packets sent since the mark, closed by a sentinel: "OFT" asks
-    // 81 09 04 DA FF, and its arrival proves that everything before it arrived.
-    Lines packets_before_sentinel() {
-        cam("OFT");
-        Lines got = visca.wait_lines(1);
-        for (int i = 0; i < 30 && (got.empty() || got.back() != "81 09 04 da ff"); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            got = visca.since();
-        }
-        visca.mark();
-        if (!got.empty() && got.back() == "81 09 04 da ff") got.pop_back();
-        return got;
-    }
     // The command with the journal marked just before it.
     std::string ptz_fresh(std::string_view cmd) {
         visca.mark();
@@ -83,13 +64,13 @@ protected:
 // drive's limit, so zooming does nothing until a speed is stored.
 TEST_F(RemoteE2E, CamZoomWaitsForAStoredSpeed) {
     EXPECT_EQ(cam("HZT"), text("HZT"));
-    EXPECT_EQ(packets_before_sentinel(), Lines{});
+    EXPECT_EQ(visca_until_sentinel(visca), Lines{});
     EXPECT_EQ(cam("LZS:5"), text("LZS:5"));
     EXPECT_EQ(cam_fresh("hzt"), text("hzt"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 07 25 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 07 25 ff"});
     EXPECT_EQ(cam("LZS:9"), text("LZS:9"));   // clamped to 7
     EXPECT_EQ(cam_fresh("HZW"), text("HZW"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 07 37 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 07 37 ff"});
 }
 
 TEST_F(RemoteE2E, PtzRefusalsAndShortQueries) {
@@ -99,38 +80,38 @@ TEST_F(RemoteE2E, PtzRefusalsAndShortQueries) {
     EXPECT_EQ(ptz("#DA"), text("dA0"));
     EXPECT_EQ(get("aw_cam?res=1"), std::string(kText));
     EXPECT_EQ(cam("OAF:1x"), std::string(kText) + "\"ER1:OAF:1x\"\r\n");
-    EXPECT_EQ(packets_before_sentinel(), Lines{});
+    EXPECT_EQ(visca_until_sentinel(visca), Lines{});
 }
 
 TEST_F(RemoteE2E, PtzDrivesSendTheirPackets) {
     EXPECT_EQ(ptz_fresh("#P99"), text("pS99"));
-    EXPECT_EQ(packets(1), Lines{"81 01 06 01 17 0a 02 03 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 06 01 17 0a 02 03 ff"});
     EXPECT_EQ(ptz_fresh("#T20"), text("pT20"));
-    EXPECT_EQ(packets(1), Lines{"81 01 06 01 0a 0e 03 01 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 06 01 0a 0e 03 01 ff"});
     EXPECT_EQ(ptz_fresh("#PTS9999"), text("pTS9999"));
-    EXPECT_EQ(packets(1), Lines{"81 01 06 01 17 16 02 02 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 06 01 17 16 02 02 ff"});
     EXPECT_EQ(ptz_fresh("#P50"), text("pS50"));
-    EXPECT_EQ(packets(1), Lines{"81 01 06 01 0a 0a 03 03 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 06 01 0a 0a 03 03 ff"});
     EXPECT_EQ(ptz_fresh("#Z99"), text("zS99"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 07 38 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 07 38 ff"});
     EXPECT_EQ(ptz_fresh("#Z50"), text("zS50"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 07 3a ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 07 3a ff"});
     EXPECT_EQ(ptz_fresh("#F01"), text("fS01"));
-    EXPECT_EQ(packets(2), (Lines{"81 01 04 38 03 ff", "81 01 04 08 27 ff"}));
+    EXPECT_EQ(visca.take(2), (Lines{"81 01 04 38 03 ff", "81 01 04 08 27 ff"}));
     EXPECT_EQ(ptz("#PTV").find(std::string(kText) + "pTV"), 0u);   // a status, not a pan speed
-    EXPECT_EQ(packets_before_sentinel(), Lines{});
+    EXPECT_EQ(visca_until_sentinel(visca), Lines{});
 }
 
 TEST_F(RemoteE2E, PtzMotorRoundTrips) {
     EXPECT_EQ(ptz_fresh("#APC12345678"), text("aPC12345678"));
-    EXPECT_EQ(packets(1), Lines{"81 01 06 02 18 18 01 02 03 04 05 06 07 08 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 06 02 18 18 01 02 03 04 05 06 07 08 ff"});
     EXPECT_EQ(poll_ptz("#APC", "aPC12345678"), "aPC12345678\r\n");
 
     EXPECT_EQ(ptz_fresh("#AXZ555"), text("axz2000"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 47 02 00 00 00 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 47 02 00 00 00 ff"});
     EXPECT_EQ(poll_ptz("#AXZ", "axzaaa"), "axzaaa\r\n");
     EXPECT_EQ(ptz_fresh("#AXF555"), text("axf2000"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 48 02 00 00 00 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 48 02 00 00 00 ff"});
     EXPECT_EQ(poll_ptz("#AXF", "axfaaa"), "axfaaa\r\n");
 
     // Zoom converted on the way out, focus not; then raw positions and the iris code.
@@ -141,12 +122,12 @@ TEST_F(RemoteE2E, PtzMotorRoundTrips) {
 
     // Pan and tilt are signed 16-bit values.
     EXPECT_EQ(ptz_fresh("#APC80000000"), text("aPCffff80000000"));
-    EXPECT_EQ(packets(1), Lines{"81 01 06 02 18 18 08 00 00 00 00 00 00 00 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 06 02 18 18 08 00 00 00 00 00 00 00 ff"});
     EXPECT_EQ(poll_ptz("#APC", "aPCffff80000000"), "aPCffff80000000\r\n");
 
     // The four-value form moves to pan 0 and the tilt with its low byte cleared.
     EXPECT_EQ(ptz_fresh("#APS12345678ab3"), text("aPC00005600ab3"));
-    EXPECT_EQ(packets(1), Lines{"81 01 06 02 18 18 00 00 00 00 05 06 00 00 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 06 02 18 18 00 00 00 00 05 06 00 00 ff"});
     EXPECT_EQ(poll_ptz("#APC", "aPC00005600"), "aPC00005600\r\n");
     EXPECT_EQ(ptz("#RPS0000123400f"), text("rPS0000120000f"));
 }
@@ -156,17 +137,17 @@ TEST_F(RemoteE2E, PtzPresetsStoreRecallAndClear) {
     ASSERT_EQ(poll_ptz("#APC", "aPC10002000"), "aPC10002000\r\n");
     visca.mark();
     EXPECT_EQ(ptz_fresh("#M07"), text("s7"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 3f 00 00 07 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 3f 00 00 07 ff"});
 
     EXPECT_EQ(ptz("#RPC30004000"), text("rPC30004000"));
     ASSERT_EQ(poll_ptz("#APC", "aPC30004000"), "aPC30004000\r\n");
     visca.mark();
     EXPECT_EQ(ptz_fresh("#R07"), text("s7"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 3f 01 00 07 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 3f 01 00 07 ff"});
     EXPECT_EQ(poll_ptz("#APC", "aPC10002000"), "aPC10002000\r\n");
 
     EXPECT_EQ(ptz_fresh("#C07"), text("s7"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 3f 02 00 07 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 3f 02 00 07 ff"});
 }
 
 TEST_F(RemoteE2E, PtzStandbyAndInstallation) {
@@ -179,14 +160,14 @@ TEST_F(RemoteE2E, PtzStandbyAndInstallation) {
     EXPECT_EQ(sys.wait_lines(3), (Lines{"64 01", "64 00", "64 00"}));
 
     EXPECT_EQ(ptz_fresh("#INS1"), text("iNS1"));
-    EXPECT_EQ(packets(2), (Lines{"81 01 04 a6 01 ff", "81 09 04 a6 ff"}));
+    EXPECT_EQ(visca.take(2), (Lines{"81 01 04 a6 01 ff", "81 09 04 a6 ff"}));
     EXPECT_EQ(ptz("#INS"), text("iNS1"));
     EXPECT_EQ(ptz("#INS0"), text("iNS0"));
 }
 
 TEST_F(RemoteE2E, FocusModeBothDialects) {
     EXPECT_EQ(ptz_fresh("#D11"), text("d11"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 38 02 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 38 02 ff"});
     EXPECT_EQ(ptz("#D1"), text("d11"));   // auto reads 0
     EXPECT_EQ(ptz("#D10"), text("d10"));
     EXPECT_EQ(ptz("#D1"), text("d10"));
@@ -194,12 +175,12 @@ TEST_F(RemoteE2E, FocusModeBothDialects) {
     // The first stage acts, then the command is refused.
     visca.mark();
     EXPECT_EQ(cam_fresh("OAF:1"), std::string(kText) + "\"ER1:OAF:1\"\r\n");
-    EXPECT_EQ(packets(1), Lines{"81 01 04 38 02 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 38 02 ff"});
     EXPECT_EQ(ptz("#D1"), text("d11"));
     EXPECT_EQ(cam("LFS:6"), std::string(kText) + "\"ER1:LFS:6\"\r\n");
     visca.mark();
     EXPECT_EQ(cam_fresh("HFF"), std::string(kText) + "\"ER1:HFF\"\r\n");
-    EXPECT_EQ(packets(2), (Lines{"81 01 04 38 03 ff", "81 01 04 08 36 ff"}));
+    EXPECT_EQ(visca.take(2), (Lines{"81 01 04 38 03 ff", "81 01 04 08 36 ff"}));
     image_defaults();   // back to auto focus for whoever comes next
 }
 
@@ -210,13 +191,13 @@ TEST_F(RemoteE2E, ExposureStatusShutterAndGain) {
 
     visca.mark();
     EXPECT_EQ(cam_fresh("OGU:0c"), text("OGU:0c"));
-    EXPECT_EQ(packets(3), (Lines{"81 01 04 39 03 ff", "81 09 04 39 ff", "81 01 04 4c 00 00 00 02 ff"}));
+    EXPECT_EQ(visca.take(3), (Lines{"81 01 04 39 03 ff", "81 09 04 39 ff", "81 01 04 4c 00 00 00 02 ff"}));
     EXPECT_EQ(cam("OGU"), text("OGU:0c"));
     EXPECT_EQ(cam("OGU:30"), std::string(kText) + "\"ER3:OGU:30\"\r\n");
 
     visca.mark();
     EXPECT_EQ(cam_fresh("OSJ:06:01F4"), text("OSJ:06:01F4"));   // 1/500 s: step 13
-    EXPECT_EQ(packets(2), (Lines{"81 09 04 39 ff", "81 01 04 4a 00 00 00 0d ff"}));
+    EXPECT_EQ(visca.take(2), (Lines{"81 09 04 39 ff", "81 01 04 4a 00 00 00 0d ff"}));
     EXPECT_EQ(cam("OSJ:06"), text("OSJ:06:01f4"));
     EXPECT_EQ(cam("OSJ:09"), text("OSJ:09:01388"));
     EXPECT_EQ(cam("QSH"), text("QSH:6"));
@@ -231,32 +212,32 @@ TEST_F(RemoteE2E, ExposureStatusShutterAndGain) {
     EXPECT_EQ(cam("OGU"), text("OGU:80"));
     visca.mark();
     EXPECT_EQ(cam("OSH:3"), text("OSH:3"));   // auto exposure: the shutter stays
-    EXPECT_EQ(packets_before_sentinel(), Lines{"81 09 04 39 ff"});
+    EXPECT_EQ(visca_until_sentinel(visca), Lines{"81 09 04 39 ff"});
     image_defaults();
 }
 
 TEST_F(RemoteE2E, CamPictureSettingsRoundTrip) {
     EXPECT_EQ(cam_fresh("OFT:2"), text("OFT:2"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 da 02 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 da 02 ff"});
     EXPECT_EQ(cam("OFT"), text("OFT:2"));
 
     visca.mark();
     EXPECT_EQ(cam_fresh("OSD:3A:00"), text("OSD:3A:00"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 53 00 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 53 00 ff"});
     EXPECT_EQ(cam("OSD:3A"), text("OSD:3A:0"));
     EXPECT_EQ(cam("OSG:B5:3"), std::string(kText) + "\"ER3:OSG:B5:3\"\r\n");
     EXPECT_EQ(cam("OSD:3A:01"), text("OSD:3A:01"));
     EXPECT_EQ(cam("OSD:3A"), text("OSD:3A:1"));
     visca.mark();
     EXPECT_EQ(cam_fresh("OSG:B5:3"), text("OSG:B5:3"));
-    EXPECT_EQ(packets(2), (Lines{"81 09 04 53 ff", "81 01 04 53 03 ff"}));
+    EXPECT_EQ(visca.take(2), (Lines{"81 09 04 53 ff", "81 01 04 53 03 ff"}));
 
     EXPECT_EQ(cam_fresh("OSA:6A:70"), text("OSA:6A:70"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 5b 03 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 5b 03 ff"});
     EXPECT_EQ(cam("OSA:6A"), text("OSA:6A:70"));
 
     EXPECT_EQ(cam_fresh("OSE:73:1"), text("OSE:73:1"));
-    EXPECT_EQ(packets(1), Lines{"81 01 04 33 02 ff"});
+    EXPECT_EQ(visca.take(1), Lines{"81 01 04 33 02 ff"});
     EXPECT_EQ(cam("OSE:73"), text("OSE:73:1"));
     EXPECT_EQ(cam("OSE:73:0"), text("OSE:73:0"));
     EXPECT_EQ(cam("OSE:73"), text("OSE:73:0"));

@@ -13,8 +13,8 @@
 #include "front/post_cmd.h"
 #include "front/reply.h"
 #include "front/web.h"
+#include "debug_texts.h"
 #include "remote/session.h"
-#include "support/elog.h"
 
 namespace {
 
@@ -277,19 +277,9 @@ TEST_F(FrontUpload, NotArmedIsAnUnknownName) {
 // Every movement of "sendPTZ" is logged at debug level with its own text,
 // whether or not the camera link is up; an unknown type logs nothing.
 TEST(FrontPost, MovementsLogTheirText) {
-    const int saved = g_print_level;
-    g_print_level = 4;
-    testing::internal::CaptureStderr();
-    for (int type = 0; type <= 12; ++type) json_ptz_ctrl(type, 1);
-    std::string err = testing::internal::GetCapturedStderr();
-    g_print_level = saved;
-
-    std::string texts;
-    for (size_t at = 0; (at = err.find("\033[0;36m", at)) != std::string::npos;) {
-        at += 7;
-        const size_t end = err.find("\033[0m", at);
-        if (err.compare(at, 4, "Tram") != 0) texts += err.substr(at, end - at);
-    }
+    const std::string texts = debug_texts([] {
+        for (int type = 0; type <= 12; ++type) json_ptz_ctrl(type, 1);
+    }, "Tram");
     EXPECT_EQ(texts,
               "PTZ Stop\nHome\nPTZ Up\nPTZ Right\nPTZ Down\nPTZ Left\n"
               "Focus Far\nFocus Near\nFocus Stop\nZoom In\nZoom Out\nZoom Stop\n");

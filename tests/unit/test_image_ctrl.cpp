@@ -2,86 +2,29 @@
 // builds, the replies it accepts and the ones it refuses.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "camera/image_ctrl.h"
-#include "support/elog.h"
+#include "debug_texts.h"
+#include "fake_camera.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using fake::Bytes;
 
-struct Exchange {
-    std::string how;  // "wait", "nowait", "flush"
-    Bytes packet;
-    int capacity = -1;  // -1: no capacity pointer
-};
-
-struct FakeCamera {
-    std::vector<Exchange> log;
-    std::deque<std::optional<Bytes>> replies;  // nullopt: the channel fails
-    int sys_calls = 0;
-
-    std::vector<Exchange> sends() const {
-        std::vector<Exchange> out;
-        for (const Exchange& e : log)
-            if (e.how != "flush") out.push_back(e);
-        return out;
-    }
-};
-
-FakeCamera* g_cam = nullptr;
-
-int fake_wait(uint8_t* packet, int length, int* capacity) {
-    g_cam->log.push_back({"wait", Bytes(packet, packet + length), capacity ? *capacity : -1});
-    if (g_cam->replies.empty()) return -1;
-    std::optional<Bytes> reply = g_cam->replies.front();
-    g_cam->replies.pop_front();
-    if (!reply) return -1;
-    int n = static_cast<int>(reply->size());
-    if (capacity) {
-        n = std::min(n, *capacity);
-        *capacity = n;
-    }
-    if (n > 0) std::memcpy(packet, reply->data(), n);
-    return n;
-}
-int fake_nowait(const uint8_t* packet, int length) {
-    g_cam->log.push_back({"nowait", Bytes(packet, packet + length)});
-    return 0;
-}
-void fake_flush() { g_cam->log.push_back({"flush", {}}); }
-int fake_sys(uint32_t, void*, int, int*) {
-    ++g_cam->sys_calls;
-    return -1;
-}
-
-constexpr CamTransport kFake{fake_wait, fake_nowait, fake_flush, fake_sys};
-
-class ImageCtrl : public ::testing::Test {
+class ImageCtrl : public fake::FakeCameraTest {
 protected:
-    void SetUp() override {
-        g_cam = &cam;
-        image_ctrl_set_transport(&kFake);
-    }
-    void TearDown() override {
-        image_ctrl_set_transport(nullptr);
-        g_cam = nullptr;
-    }
-    void reply(Bytes b) { cam.replies.push_back(std::move(b)); }
-    void fail() { cam.replies.push_back(std::nullopt); }
+    void reply(Bytes b) { camera.queue.push_back(std::move(b)); }
+    void fail() { camera.queue.push_back(std::nullopt); }
     Bytes only_sent(const char* how = "nowait") {
-        auto s = cam.sends();
+        auto s = camera.sends();
         EXPECT_EQ(s.size(), 1u);
         if (s.empty()) return {};
         EXPECT_EQ(s[0].how, how);
         return s[0].packet;
     }
-    FakeCamera cam;
 };
 
 // ---- named choices and value encodings ----------------------------------------------------
@@ -94,7 +37,7 @@ TEST_F(ImageCtrl, ChoiceSettersMatchWordsAndRefuseOthers) {
     EXPECT_EQ(image_wb_mode_set("One Push"), 0);
     EXPECT_EQ(image_focus_mode_set("automatic"), -1);
     EXPECT_EQ(image_focus_mode_set(nullptr), -1);
-    auto s = cam.sends();
+    auto s = camera.sends();
     ASSERT_EQ(s.size(), 4u);
     EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x28, 0x00, 0x00, 0x00, 0x00, 0xFF}));
     EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x28, 0x04, 0x00, 0x00, 0x00, 0xFF}));
@@ -115,7 +58,7 @@ TEST_F(ImageCtrl, NumericEncodings) {
     EXPECT_EQ(image_brightness_set(0x1A7), 0);         // low byte as two nibbles
     EXPECT_EQ(image_genlock_phase_set(-2), 0);         // 16 bits as four nibbles
     EXPECT_EQ(image_frame_rate_set(0x3C), 0);
-    auto s = cam.sends();
+    auto s = camera.sends();
     ASSERT_EQ(s.size(), 9u);
     EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x53, 0x00, 0xFF}));
     EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x53, 0x01, 0xFF}));
@@ -135,7 +78,7 @@ TEST_F(ImageCtrl, WaitingSettersAwaitTheReply) {
     EXPECT_EQ(image_feature_set_set(1), -1);
     reply({0x90, 0x50, 0xFF});
     EXPECT_EQ(image_feature_pos_set(0x1234, 0xABCD), 0);
-    auto s = cam.sends();
+    auto s = camera.sends();
     ASSERT_EQ(s.size(), 3u);
     EXPECT_EQ(s[0].how, "wait");
     EXPECT_EQ(s[0].capacity, -1);
@@ -149,22 +92,22 @@ TEST_F(ImageCtrl, WaitingSettersAwaitTheReply) {
 TEST_F(ImageCtrl, GatedSettersAskTheModeFirst) {
     reply({3, 0x50, 0xFF});                 // shutter priority: no iris
     EXPECT_EQ(image_iris_set(0x1C), -1);
-    ASSERT_EQ(cam.sends().size(), 1u);
-    EXPECT_EQ(cam.sends()[0].packet, (Bytes{0x81, 0x09, 0x04, 0x39, 0xFF}));
-    EXPECT_EQ(cam.sends()[0].capacity, 5);
+    ASSERT_EQ(camera.sends().size(), 1u);
+    EXPECT_EQ(camera.sends()[0].packet, (Bytes{0x81, 0x09, 0x04, 0x39, 0xFF}));
+    EXPECT_EQ(camera.sends()[0].capacity, 5);
 
-    cam.log.clear();
+    camera.log.clear();
     reply({1, 0x50, 0xFF});                 // manual
     EXPECT_EQ(image_iris_set(0x1C), 0);
-    auto s = cam.sends();
+    auto s = camera.sends();
     ASSERT_EQ(s.size(), 2u);
     EXPECT_EQ(s[1].how, "nowait");
     EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x4B, 0x00, 0x00, 0x01, 0x0C, 0xFF}));
 
-    cam.log.clear();
+    camera.log.clear();
     fail();
     EXPECT_EQ(image_gain_set(4), -1);
-    EXPECT_EQ(cam.sends().size(), 1u);      // only the inquiry
+    EXPECT_EQ(camera.sends().size(), 1u);      // only the inquiry
 
     reply({3});
     EXPECT_EQ(image_shutter_set(5), 0);     // shutter priority
@@ -176,7 +119,7 @@ TEST_F(ImageCtrl, GatedSettersAskTheModeFirst) {
     EXPECT_EQ(image_r_gain_set(1), -1);     // temperature mode: no red gain
     reply({6});
     EXPECT_EQ(image_color_temperature_set(0x1234), 0);
-    s = cam.sends();
+    s = camera.sends();
     EXPECT_EQ(s.back().packet, (Bytes{0x81, 0x01, 0x04, 0x2A, 0x01, 0x02, 0x03, 0x04, 0xFF}));
     EXPECT_EQ(s[s.size() - 2].packet, (Bytes{0x81, 0x09, 0x04, 0x35, 0xFF}));
 }
@@ -186,12 +129,12 @@ TEST_F(ImageCtrl, GatedSettersAskTheModeFirst) {
 TEST_F(ImageCtrl, FirstByteAndWordForms) {
     reply({0x02, 0x50, 0xFF, 0x00, 0x00, 0x00});
     EXPECT_EQ(image_focus_area_get(), 2);
-    EXPECT_EQ(cam.log.back().capacity, 6);  // six-byte inquiry
+    EXPECT_EQ(camera.log.back().capacity, 6);  // six-byte inquiry
     reply({0x34, 0x12});
     EXPECT_EQ(image_color_temperature_get(), 0x1234);
     reply({0x07});
     EXPECT_EQ(image_abs_focus_get(), 7);
-    EXPECT_EQ(cam.log.back().capacity, 16);
+    EXPECT_EQ(camera.log.back().capacity, 16);
     fail();
     EXPECT_EQ(image_wb_mode_get(), -1);
     reply({});
@@ -201,14 +144,14 @@ TEST_F(ImageCtrl, FirstByteAndWordForms) {
 TEST_F(ImageCtrl, CompletionForms) {
     reply({0x90, 0x50, 0x02, 0xFF});
     EXPECT_EQ(image_dc_iris_get(), 1);
-    EXPECT_EQ(cam.log.back().capacity, 5);
+    EXPECT_EQ(camera.log.back().capacity, 5);
     reply({0x90, 0x50, 0x03, 0xFF});
     EXPECT_EQ(image_phantom_power_get(), 0);
     reply({0x90, 0x60, 0x02, 0xFF});        // not a completion
     EXPECT_EQ(image_dc_iris_get(), -1);
     reply({0x90, 0x50, 0x45, 0xFF});
     EXPECT_EQ(image_nd_filter_get(), 0x45);
-    EXPECT_EQ(cam.log.back().capacity, 16);
+    EXPECT_EQ(camera.log.back().capacity, 16);
     reply({0x90, 0x51, 0x45, 0xFF});
     EXPECT_EQ(image_tally_bright_get(), -1);
 
@@ -234,8 +177,8 @@ TEST_F(ImageCtrl, PanTiltPositionIsTwoSignedWords) {
     EXPECT_EQ(image_pt_pos_get(&pan, &tilt), 0);
     EXPECT_EQ(pan, -32768);
     EXPECT_EQ(tilt, -2);
-    EXPECT_EQ(cam.log.back().packet, (Bytes{0x81, 0x09, 0x06, 0x12, 0xFF}));
-    EXPECT_EQ(cam.log.back().capacity, 8);
+    EXPECT_EQ(camera.log.back().packet, (Bytes{0x81, 0x09, 0x06, 0x12, 0xFF}));
+    EXPECT_EQ(camera.log.back().capacity, 8);
     reply({0x10, 0x00, 0, 0, 0x20, 0x00, 0, 0});
     EXPECT_EQ(image_tilt_pos_get(), 0x20);
     fail();
@@ -247,13 +190,13 @@ TEST_F(ImageCtrl, PanTiltPositionIsTwoSignedWords) {
 TEST_F(ImageCtrl, IrCutReadAndWrite) {
     reply({0x01, 0x50, 0xFF});
     EXPECT_EQ(image_ircut_get(), 2);
-    EXPECT_EQ(cam.sends().size(), 1u);
+    EXPECT_EQ(camera.sends().size(), 1u);
 
-    cam.log.clear();
+    camera.log.clear();
     reply({0x00, 0x50, 0xFF});              // three bytes came back
     reply({0x90, 0x50, 0x02, 0xFF});
     EXPECT_EQ(image_ircut_get(), 1);
-    auto s = cam.sends();
+    auto s = camera.sends();
     ASSERT_EQ(s.size(), 2u);
     EXPECT_EQ(s[0].capacity, 5);
     EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x09, 0x04, 0x01, 0xFF}));
@@ -269,11 +212,11 @@ TEST_F(ImageCtrl, IrCutReadAndWrite) {
     fail();
     EXPECT_EQ(image_ircut_get(), -1);
 
-    cam.log.clear();
+    camera.log.clear();
     EXPECT_EQ(image_ircut_set(2), 0);
     EXPECT_EQ(image_ircut_set(1), 0);
     EXPECT_EQ(image_ircut_set(0), 0);
-    s = cam.sends();
+    s = camera.sends();
     ASSERT_EQ(s.size(), 5u);
     EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x51, 0x02, 0xFF}));
     EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x51, 0x03, 0xFF}));
@@ -286,7 +229,7 @@ TEST_F(ImageCtrl, IrCutReadAndWrite) {
 TEST_F(ImageCtrl, ResolutionTableAndSelectors) {
     reply({0x90, 0x50, 0xFF});
     EXPECT_EQ(image_resolution_set(1, "3840x2160p@60hz"), 0);
-    auto s = cam.sends();
+    auto s = camera.sends();
     ASSERT_EQ(s.size(), 1u);
     EXPECT_EQ(s[0].how, "wait");
     EXPECT_EQ(s[0].capacity, 8);
@@ -296,14 +239,14 @@ TEST_F(ImageCtrl, ResolutionTableAndSelectors) {
     EXPECT_EQ(image_resolution_set(3, "1920X1080P@60Hz"), -1);
     EXPECT_EQ(image_resolution_set(0, "1920X1080P@61Hz"), -1);
     EXPECT_EQ(image_resolution_set(0, nullptr), -1);
-    EXPECT_EQ(cam.sends().size(), 1u);
+    EXPECT_EQ(camera.sends().size(), 1u);
 
     reply({0x1B, 0x50, 0xFF});
     const char* f = image_resolution_get(2);
     ASSERT_NE(f, nullptr);
     EXPECT_STREQ(f, "3840X2160P@24Hz");
-    EXPECT_EQ(cam.log.back().packet, (Bytes{0x81, 0x09, 0x04, 0x24, 0x74, 0xFF}));
-    EXPECT_EQ(cam.log.back().capacity, 6);
+    EXPECT_EQ(camera.log.back().packet, (Bytes{0x81, 0x09, 0x04, 0x24, 0x74, 0xFF}));
+    EXPECT_EQ(camera.log.back().capacity, 6);
     reply({0x2F});
     EXPECT_STREQ(image_resolution_get(0), "1920X1080P@50Hz");
     reply({0x03});                          // empty code
@@ -321,13 +264,13 @@ TEST_F(ImageCtrl, ZoomAndFocusDrives) {
     EXPECT_EQ(image_zoom_ctrl(1, 8), -1);
     EXPECT_EQ(image_zoom_ctrl(3, 1), -1);
     EXPECT_EQ(image_focus_ctrl(1, 8), -1);
-    EXPECT_TRUE(cam.sends().empty());
+    EXPECT_TRUE(camera.sends().empty());
     EXPECT_EQ(image_zoom_ctrl(2, 7), 0);
     EXPECT_EQ(image_focus_ctrl(0, 3), 0);
     EXPECT_EQ(image_focus_ctrl(1, 3), 0);
     EXPECT_EQ(image_zoom_drive(1, 0x1A), 0);   // only the low four bits
     EXPECT_EQ(image_focus_drive(9, 3), 0);     // unknown direction stops
-    auto s = cam.sends();
+    auto s = camera.sends();
     ASSERT_EQ(s.size(), 8u);
     EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x07, 0x37, 0xFF}));
     EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x38, 0x03, 0xFF}));
@@ -346,38 +289,28 @@ TEST_F(ImageCtrl, PanTiltActions) {
     EXPECT_EQ(image_ptz_ctrl(5, 0), 0);
     EXPECT_EQ(image_ptz_ctrl(6, 0), 0);
     EXPECT_EQ(image_ptz_drive(2, 0x10, 1, 0x08), 0);
-    auto s = cam.sends();
+    auto s = camera.sends();
     ASSERT_EQ(s.size(), 5u);
     EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x06, 0x01, 0x05, 0x05, 0x03, 0x03, 0xFF}));
     EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x06, 0x01, 0x18, 0x18, 0x02, 0x01, 0xFF}));
     EXPECT_EQ(s[2].packet, (Bytes{0x81, 0x01, 0x06, 0x04, 0xFF}));
     EXPECT_EQ(s[3].packet, (Bytes{0x81, 0x01, 0x06, 0x05, 0xFF}));
     EXPECT_EQ(s[4].packet, (Bytes{0x81, 0x01, 0x06, 0x01, 0x10, 0x08, 0x02, 0x01, 0xFF}));
-    EXPECT_EQ(cam.log[cam.log.size() - 2].how, "flush");
+    EXPECT_EQ(camera.log[camera.log.size() - 2].how, "flush");
 }
 
 // Each accepted drive names its direction at debug level; refused ones stay silent.
 TEST_F(ImageCtrl, DrivesLogTheirDirection) {
-    const int saved = g_print_level;
-    g_print_level = 4;
-    testing::internal::CaptureStderr();
-    image_zoom_ctrl(0, 1);
-    image_zoom_ctrl(1, 1);
-    image_zoom_ctrl(2, 1);
-    image_zoom_ctrl(1, 8);
-    image_focus_ctrl(0, 1);
-    image_focus_ctrl(1, 1);
-    image_focus_ctrl(2, 1);
-    for (int action = 0; action <= 11; ++action) image_ptz_ctrl(action, 1);
-    std::string err = testing::internal::GetCapturedStderr();
-    g_print_level = saved;
-
-    std::string texts;
-    for (size_t at = 0; (at = err.find("\033[0;36m", at)) != std::string::npos;) {
-        at += 7;
-        const size_t end = err.find("\033[0m", at);
-        texts += err.substr(at, end - at);
-    }
+    const std::string texts = debug_texts([] {
+        image_zoom_ctrl(0, 1);
+        image_zoom_ctrl(1, 1);
+        image_zoom_ctrl(2, 1);
+        image_zoom_ctrl(1, 8);
+        image_focus_ctrl(0, 1);
+        image_focus_ctrl(1, 1);
+        image_focus_ctrl(2, 1);
+        for (int action = 0; action <= 11; ++action) image_ptz_ctrl(action, 1);
+    });
     EXPECT_EQ(texts,
               "Zoom Stop\nZoom In\nZoom Out\n"
               "Focus Stop\nFocus Near\nFocus Far\n"
@@ -388,28 +321,28 @@ TEST_F(ImageCtrl, DrivesLogTheirDirection) {
 TEST_F(ImageCtrl, AbsolutePositionKeepsTheOtherAxis) {
     reply({0x11, 0x00, 0, 0, 0xCD, 0xAB, 0, 0});   // pan 0x0011, tilt 0xABCD
     EXPECT_EQ(image_abs_position(-1, -1, 0x1234, -1), 0);
-    ASSERT_EQ(cam.log.size(), 3u);
-    EXPECT_EQ(cam.log[0].packet, (Bytes{0x81, 0x09, 0x06, 0x12, 0xFF}));
-    EXPECT_EQ(cam.log[1].how, "flush");
-    EXPECT_EQ(cam.log[2].packet, (Bytes{0x81, 0x01, 0x06, 0x02, 0x18, 0x18, 0x01, 0x02, 0x03,
+    ASSERT_EQ(camera.log.size(), 3u);
+    EXPECT_EQ(camera.log[0].packet, (Bytes{0x81, 0x09, 0x06, 0x12, 0xFF}));
+    EXPECT_EQ(camera.log[1].how, "flush");
+    EXPECT_EQ(camera.log[2].packet, (Bytes{0x81, 0x01, 0x06, 0x02, 0x18, 0x18, 0x01, 0x02, 0x03,
                                         0x04, 0x0A, 0x0B, 0x0C, 0x0D, 0xFF}));
 
-    cam.log.clear();
+    camera.log.clear();
     fail();                                         // position unknown: the other axis is 0
     EXPECT_EQ(image_abs_position(-1, -1, -1, -2), 0);
-    EXPECT_EQ(cam.log.back().packet, (Bytes{0x81, 0x01, 0x06, 0x02, 0x18, 0x18, 0x00, 0x00, 0x00,
+    EXPECT_EQ(camera.log.back().packet, (Bytes{0x81, 0x01, 0x06, 0x02, 0x18, 0x18, 0x00, 0x00, 0x00,
                                             0x00, 0x0F, 0x0F, 0x0F, 0x0E, 0xFF}));
 
-    cam.log.clear();
+    camera.log.clear();
     EXPECT_EQ(image_abs_position(0x4000, 0x0123, -1, -1), 0);
     EXPECT_EQ(image_abs_position(-1, 0x0123, 1, 2), 0);
-    ASSERT_EQ(cam.log.size(), 6u);
-    EXPECT_EQ(cam.log[0].how, "flush");
-    EXPECT_EQ(cam.log[1].packet, (Bytes{0x81, 0x01, 0x04, 0x47, 0x04, 0x00, 0x00, 0x00, 0x00, 0x01,
+    ASSERT_EQ(camera.log.size(), 6u);
+    EXPECT_EQ(camera.log[0].how, "flush");
+    EXPECT_EQ(camera.log[1].packet, (Bytes{0x81, 0x01, 0x04, 0x47, 0x04, 0x00, 0x00, 0x00, 0x00, 0x01,
                                         0x02, 0x03, 0xFF}));
-    EXPECT_EQ(cam.log[3].packet, (Bytes{0x81, 0x01, 0x04, 0x48, 0x00, 0x01, 0x02, 0x03, 0xFF}));
-    EXPECT_EQ(cam.log[4].how, "flush");
-    EXPECT_EQ(cam.log[5].packet.size(), 15u);
+    EXPECT_EQ(camera.log[3].packet, (Bytes{0x81, 0x01, 0x04, 0x48, 0x00, 0x01, 0x02, 0x03, 0xFF}));
+    EXPECT_EQ(camera.log[4].how, "flush");
+    EXPECT_EQ(camera.log[5].packet.size(), 15u);
 }
 
 // ---- presets --------------------------------------------------------------------------------
@@ -417,18 +350,18 @@ TEST_F(ImageCtrl, AbsolutePositionKeepsTheOtherAxis) {
 TEST_F(ImageCtrl, PresetsAndResets) {
     reply({0x01, 0x50, 0xFF});
     EXPECT_EQ(image_preset_query(0xE6), 1);
-    EXPECT_EQ(cam.log.back().packet, (Bytes{0x81, 0x09, 0x04, 0x3F, 0x0E, 0x06, 0xFF}));
-    EXPECT_EQ(cam.log.back().capacity, 7);
+    EXPECT_EQ(camera.log.back().packet, (Bytes{0x81, 0x09, 0x04, 0x3F, 0x0E, 0x06, 0xFF}));
+    EXPECT_EQ(camera.log.back().capacity, 7);
     EXPECT_EQ(image_preset_query(256), -1);
 
-    cam.log.clear();
+    camera.log.clear();
     EXPECT_EQ(image_preset_ctrl(1, 0x12), 0);
     EXPECT_EQ(image_preset_ctrl(3, 1), -1);
     EXPECT_EQ(image_preset_ctrl(0, 256), -1);
     EXPECT_EQ(image_params_reset(0), 0);
     EXPECT_EQ(image_params_save(0), 0);
     EXPECT_EQ(image_params_save(1), 0);
-    auto s = cam.sends();
+    auto s = camera.sends();
     ASSERT_EQ(s.size(), 2u);
     EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x3F, 0x01, 0x01, 0x02, 0xFF}));
     EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x3F, 0x10, 0x01, 0xFF}));
@@ -439,7 +372,7 @@ TEST_F(ImageCtrl, SnapshotRefusesUnsafeNames) {
         EXPECT_EQ(image_snapshot(1, name, 1920, 1080, 0), -1) << name;
     EXPECT_EQ(image_snapshot(1, nullptr, 0, 1080, 0), -1);
     EXPECT_EQ(image_snapshot(300, "ok.jpg", 1920, 1080, 0), -1);
-    EXPECT_EQ(cam.sys_calls, 0);
+    EXPECT_EQ(camera.sys_calls, 0);
 }
 
 }  // namespace

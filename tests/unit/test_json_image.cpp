@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "camera/image_ctrl.h"
+#include "fake_camera.h"
 #include "front/output.h"
 #include "json/json_ctrl_func.h"
 #include "json/json_image.h"
@@ -37,12 +38,13 @@ std::vector<std::string> list_of(uint64_t mask, int short_list = 0) {
     return names(list.get());
 }
 
-// The image member of a set made with GET (no key needed), as compact text.
-std::string set_image(const char* members) {
+// The reply of a set or get of the image section made with GET (no key
+// needed), as compact text.
+std::string image_request(int (*request)(const char*), const char* members) {
     setenv("REQUEST_METHOD", "GET", 1);
     OutputCapture capture;
     const std::string text = std::string("{\"image\":{") + members + "}}";
-    EXPECT_EQ(json_set_ctrl(text.c_str()), 0);
+    EXPECT_EQ(request(text.c_str()), 0);
     const std::string& out = capture.text();
     Json reply(cJSON_Parse(out.c_str() + out.find("\r\n\r\n") + 4));
     char* compact = cJSON_PrintUnformatted(reply.get());
@@ -50,6 +52,8 @@ std::string set_image(const char* members) {
     cJSON_free(compact);
     return result;
 }
+std::string set_image(const char* members) { return image_request(json_set_ctrl, members); }
+std::string get_image(const char* members) { return image_request(json_get_ctrl, members); }
 
 }  // namespace
 
@@ -119,58 +123,25 @@ namespace {
 
 // Answers each inquiry by its fourth byte (81 09 04 xx ...): a script gives
 // the reply for the n-th inquiry of that code; an empty reply fails the channel.
-struct ScriptedCamera {
+// Commands are accepted.
+struct InquiryScript {
     std::function<std::vector<uint8_t>(uint8_t code, int n)> answer;
     std::map<uint8_t, int> inquiries;
-    std::vector<std::vector<uint8_t>> commands;
 };
-ScriptedCamera* g_camera = nullptr;
 
-int scripted_wait(uint8_t* packet, int length, int* capacity) {
-    if (length < 4 || packet[1] != 0x09) {
-        g_camera->commands.emplace_back(packet, packet + length);
-        return 0;
-    }
-    const uint8_t code = packet[3];
-    const std::vector<uint8_t> reply = g_camera->answer(code, g_camera->inquiries[code]++);
-    if (reply.empty() || capacity == nullptr) return -1;
-    const int n = std::min(static_cast<int>(reply.size()), *capacity);
-    std::memcpy(packet, reply.data(), static_cast<size_t>(n));
-    *capacity = n;
-    return n;
-}
-int scripted_nowait(const uint8_t* packet, int length) {
-    g_camera->commands.emplace_back(packet, packet + length);
-    return 0;
-}
-void scripted_flush() {}
-int scripted_sys(uint32_t, void*, int, int*) { return -1; }
-constexpr CamTransport kScripted{scripted_wait, scripted_nowait, scripted_flush, scripted_sys};
-
-class JsonImageCamera : public ::testing::Test {
+class JsonImageCamera : public fake::FakeCameraTest {
 protected:
     void SetUp() override {
-        g_camera = &camera;
-        image_ctrl_set_transport(&kScripted);
+        fake::FakeCameraTest::SetUp();
+        camera.answer = [this](const fake::Bytes& packet) -> std::optional<fake::Bytes> {
+            if (packet.size() < 4 || packet[1] != 0x09) return fake::Bytes{};
+            const uint8_t code = packet[3];
+            fake::Bytes reply = script.answer(code, script.inquiries[code]++);
+            if (reply.empty()) return std::nullopt;
+            return reply;
+        };
     }
-    void TearDown() override {
-        image_ctrl_set_transport(nullptr);
-        g_camera = nullptr;
-    }
-    // A get of the image section made with GET, as compact text.
-    static std::string get_image(const char* members) {
-        setenv("REQUEST_METHOD", "GET", 1);
-        OutputCapture capture;
-        const std::string text = std::string("{\"image\":{") + members + "}}";
-        EXPECT_EQ(json_get_ctrl(text.c_str()), 0);
-        const std::string& out = capture.text();
-        Json reply(cJSON_Parse(out.c_str() + out.find("\r\n\r\n") + 4));
-        char* compact = cJSON_PrintUnformatted(reply.get());
-        std::string result = compact != nullptr ? compact : "";
-        cJSON_free(compact);
-        return result;
-    }
-    ScriptedCamera camera;
+    InquiryScript script;
 };
 
 }  // namespace
@@ -179,7 +150,7 @@ TEST_F(JsonImageCamera, DecodingTablesAnswerWordsOrFalse) {
     // WB 3 (one push) and 5 both read "manual"; 7 has no word. Sensitivity
     // starts at 1; exposure 4 is the last mode.
     const std::map<uint8_t, uint8_t> readings{{0x35, 3}, {0x58, 0}, {0x39, 4}, {0x28, 4}, {0x38, 2}};
-    camera.answer = [&](uint8_t code, int) {
+    script.answer = [&](uint8_t code, int) {
         const auto at = readings.find(code);
         return at != readings.end() ? std::vector<uint8_t>{at->second, 0xFF} : std::vector<uint8_t>{};
     };
@@ -188,7 +159,7 @@ TEST_F(JsonImageCamera, DecodingTablesAnswerWordsOrFalse) {
               "{\"image\":{\"WB_mode\":\"manual\",\"focus_sensitivity\":false,"
               "\"exposure_mode\":\"brightness priority\",\"focus_distance\":\"10m\","
               "\"focus_mode\":false},\"status\":false}");
-    camera.answer = [](uint8_t code, int) {
+    script.answer = [](uint8_t code, int) {
         return std::vector<uint8_t>{static_cast<uint8_t>(code == 0x35 ? 5 : 7), 0xFF};
     };
     EXPECT_EQ(get_image("\"WB_mode\":true"), "{\"image\":{\"WB_mode\":\"manual\"},\"status\":true}");
@@ -199,7 +170,7 @@ TEST_F(JsonImageCamera, DecodingTablesAnswerWordsOrFalse) {
 TEST_F(JsonImageCamera, PresetStatesAndTheirSectionResult) {
     // Preset queries (81 09 04 3F ..): preset 1 stored, 2 not, 3 answers junk.
     int asked = 0;
-    camera.answer = [&](uint8_t code, int) -> std::vector<uint8_t> {
+    script.answer = [&](uint8_t code, int) -> std::vector<uint8_t> {
         if (code != 0x3F) return {};
         static constexpr uint8_t kStates[] = {1, 0, 9};
         return {kStates[asked++ % 3], 0x90, 0x50, 0, 0, 0, 0xFF};
@@ -212,34 +183,34 @@ TEST_F(JsonImageCamera, PresetStatesAndTheirSectionResult) {
     EXPECT_EQ(get_image("\"preset\":2"), "{\"image\":{\"preset\":0},\"status\":true}");
     EXPECT_EQ(get_image("\"preset\":3"), "{\"image\":{\"preset\":false},\"status\":false}");
     asked = 0;
-    camera.inquiries.clear();
+    script.inquiries.clear();
     EXPECT_EQ(get_image("\"preset\":[1,2,3,\"1\",300],\"preset\":\"1\",\"preset\":true"),
               "{\"image\":{\"preset\":[1,0,0,0,0],\"preset\":false},\"status\":false}");
-    EXPECT_EQ(camera.inquiries[0x3F], 3);  // neither the text nor 300 reached the camera
+    EXPECT_EQ(script.inquiries[0x3F], 3);  // neither the text nor 300 reached the camera
 }
 
 TEST_F(JsonImageCamera, OnePushWhiteBalanceWaitsAtMost101Polls) {
     // The camera never leaves one-push: 101 polls, then the read-back.
-    camera.answer = [](uint8_t code, int) {
+    script.answer = [](uint8_t code, int) {
         return code == 0x35 ? std::vector<uint8_t>{3, 0xFF} : std::vector<uint8_t>{};
     };
     EXPECT_EQ(set_image("\"WB_mode\":\"one push\""),
               "{\"image\":{\"WB_mode\":\"manual\"},\"status\":true}");
-    EXPECT_EQ(camera.inquiries[0x35], 102);
+    EXPECT_EQ(script.inquiries[0x35], 102);
     // Finished after the third poll: the mode then reads back as it now is.
-    camera.inquiries.clear();
-    camera.answer = [](uint8_t code, int n) {
+    script.inquiries.clear();
+    script.answer = [](uint8_t code, int n) {
         return code == 0x35 ? std::vector<uint8_t>{static_cast<uint8_t>(n < 2 ? 3 : 0), 0xFF}
                             : std::vector<uint8_t>{};
     };
     EXPECT_EQ(set_image("\"WB_mode\":\"ONE PUSH\""), "{\"image\":{\"WB_mode\":\"auto\"},\"status\":true}");
-    EXPECT_EQ(camera.inquiries[0x35], 4);
+    EXPECT_EQ(script.inquiries[0x35], 4);
     // Other modes are read back once without polling.
-    camera.inquiries.clear();
-    camera.answer = [](uint8_t code, int) {
+    script.inquiries.clear();
+    script.answer = [](uint8_t code, int) {
         return code == 0x35 ? std::vector<uint8_t>{2, 0xFF} : std::vector<uint8_t>{};
     };
     EXPECT_EQ(set_image("\"WB_mode\":\"outdoor\""),
               "{\"image\":{\"WB_mode\":\"outdoor\"},\"status\":true}");
-    EXPECT_EQ(camera.inquiries[0x35], 1);
+    EXPECT_EQ(script.inquiries[0x35], 1);
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "camera/image_ctrl.h"
+#include "fake_camera.h"
 #include "front/output.h"
 #include "remote/aw_cam.h"
 #include "remote/aw_ptz.h"
@@ -21,54 +22,22 @@ namespace {
 constexpr std::string_view kText = "Content-type: text/plain\r\nStatus: 200 OK\r\n\r\n";
 
 // ---- scripted camera ------------------------------------------------------------
-struct ScriptedCamera {
-    std::vector<std::string> sent;                        // every packet, "81 01 ..."
-    std::map<std::string, std::vector<uint8_t>> replies;  // inquiry -> reply bytes
-};
-ScriptedCamera* g_camera = nullptr;
-
-std::string hex_of(const uint8_t* p, int n) {
-    std::string s;
-    char b[4];
-    for (int i = 0; i < n; ++i) {
-        std::snprintf(b, sizeof b, i ? " %02x" : "%02x", p[i]);
-        s += b;
-    }
-    return s;
-}
-
-int scripted_wait(uint8_t* packet, int length, int* capacity) {
-    const std::string key = hex_of(packet, length);
-    g_camera->sent.push_back(key);
-    const auto it = g_camera->replies.find(key);
-    if (it == g_camera->replies.end()) return packet[1] == 0x01 ? 0 : -1;
-    int n = static_cast<int>(it->second.size());
-    if (capacity) n = std::min(n, *capacity);
-    std::memcpy(packet, it->second.data(), static_cast<size_t>(n));
-    if (capacity) *capacity = n;
-    return n;
-}
-int scripted_nowait(const uint8_t* packet, int length) {
-    g_camera->sent.push_back(hex_of(packet, length));
-    return 0;
-}
-void scripted_flush() {}
-int scripted_sys(uint32_t, void*, int, int*) { return -1; }
-constexpr CamTransport kScripted{scripted_wait, scripted_nowait, scripted_flush, scripted_sys};
-
-class RemoteCommand : public ::testing::Test {
+// Inquiries are answered from `replies` by their hex text; commands without a
+// scripted reply are accepted, other inquiries fail.
+class RemoteCommand : public fake::FakeCameraTest {
 protected:
     void SetUp() override {
-        g_camera = &camera;
-        image_ctrl_set_transport(&kScripted);
-    }
-    void TearDown() override {
-        image_ctrl_set_transport(nullptr);
-        g_camera = nullptr;
+        fake::FakeCameraTest::SetUp();
+        camera.answer = [this](const fake::Bytes& packet) -> std::optional<fake::Bytes> {
+            const auto it = replies.find(fake::hex_of(packet));
+            if (it != replies.end()) return it->second;
+            if (packet.size() > 1 && packet[1] == 0x01) return fake::Bytes{};
+            return std::nullopt;
+        };
     }
     // First-byte reply of an inquiry (the rest of the reply is padding).
     void first_byte(const std::string& inquiry, uint8_t value) {
-        camera.replies[inquiry] = {value, 0x00, 0x00, 0x00, 0xff, 0x00};
+        replies[inquiry] = {value, 0x00, 0x00, 0x00, 0xff, 0x00};
     }
     std::string ptz(const char* arg) {
         OutputCapture cap;
@@ -82,7 +51,7 @@ protected:
     }
     static std::string text(std::string_view body) { return std::string(kText) + std::string(body); }
 
-    ScriptedCamera camera;
+    std::map<std::string, fake::Bytes> replies;  // inquiry -> reply bytes
     int last_rc = 0;
 };
 
@@ -175,7 +144,7 @@ TEST_F(RemoteCommand, RefusalsAndAnswersWithoutTheCamera) {
     EXPECT_EQ(cam("res=1"), text(""));
     EXPECT_EQ(cam(nullptr), text(""));
     EXPECT_EQ(last_rc, -1);
-    EXPECT_TRUE(camera.sent.empty());
+    EXPECT_TRUE(camera.sent().empty());
 }
 
 TEST_F(RemoteCommand, PtzFailuresAnswerTheJsonError) {
@@ -192,16 +161,16 @@ TEST_F(RemoteCommand, PtzSignedEchoesAndOverlappingSlots) {
     EXPECT_EQ(ptz("cmd=#RPS1234f6780a1"), text("rPS0000fffff6000a1\r\n"));
     const std::vector<std::string> expected{"81 01 06 02 18 18 08 00 00 00 00 00 00 00 ff",
                                             "81 01 06 02 18 18 00 00 00 00 0f 06 00 00 ff"};
-    EXPECT_EQ(camera.sent, expected);
+    EXPECT_EQ(camera.sent(), expected);
 }
 
 TEST_F(RemoteCommand, PtzExposureStatus) {
     first_byte("81 09 04 39 ff", 1);                                  // manual
     first_byte("81 09 04 4c ff", 6);                                  // gain field (6 + 4) * 2
-    camera.replies["81 09 04 2a ff"] = {0x78, 0x14, 0, 0, 0xff};     // 0x1478
+    replies["81 09 04 2a ff"] = {0x78, 0x14, 0, 0, 0xff};     // 0x1478
     first_byte("81 09 04 4a ff", 11);
     first_byte("81 09 04 c7 ff", 50);
-    camera.replies["81 09 04 da ff"] = {0x90, 0x50, 0x03, 0xff};
+    replies["81 09 04 da ff"] = {0x90, 0x50, 0x03, 0xff};
     EXPECT_EQ(ptz("cmd=#PTG"), text("pTG141478100d7053fc3\r\n"));
 
     first_byte("81 09 04 39 ff", 0);   // auto: gain field "80"
@@ -211,7 +180,7 @@ TEST_F(RemoteCommand, PtzExposureStatus) {
     first_byte("81 09 04 39 ff", 3);
     first_byte("81 09 04 c7 ff", 25);
     first_byte("81 09 04 4a ff", 5);
-    camera.replies["81 09 04 da ff"] = {0x90, 0x60, 0x02, 0xff};     // not a completion: "0"
+    replies["81 09 04 da ff"] = {0x90, 0x60, 0x02, 0xff};     // not a completion: "0"
     EXPECT_EQ(ptz("cmd=#PTG"), text("pTG14147820019000fa0\r\n"));
 }
 
@@ -227,7 +196,7 @@ TEST_F(RemoteCommand, CamShutterAtFiftyHertz) {
 
     first_byte("81 09 04 39 ff", 3);   // shutter priority: the gate is open
     EXPECT_EQ(cam("cmd=OSJ:09:00866"), text("OSJ:09:00866\r\n"));
-    EXPECT_EQ(camera.sent.back(), "81 01 04 4a 00 00 00 0b ff");
+    EXPECT_EQ(camera.sent().back(), "81 01 04 4a 00 00 00 0b ff");
 }
 
 TEST_F(RemoteCommand, CamFailedInquiries) {
