@@ -17,8 +17,8 @@
 #include <string>
 #include <vector>
 
-#include "front/output.h"
-#include "front/reply.h"
+#include "cgi/output.h"
+#include "cgi/reply.h"
 #include "json/json_ctrl_func.h"
 #include "remote/aw_cam.h"
 #include "remote/aw_ptz.h"

@@ -19,8 +19,8 @@
 #include <string>
 #include <string_view>
 
-#include "front/output.h"
-#include "front/reply.h"
+#include "cgi/output.h"
+#include "cgi/reply.h"
 #include "json/json_ctrl_func.h"
 #include "support/elog.h"
 

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-#include "front/reply.h"
+#include "cgi/reply.h"
 
 namespace {
 

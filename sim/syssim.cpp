@@ -46,12 +46,6 @@ void put_text(char (&field)[N], const char* text)
     std::strncpy(field, text, N - 1);
 }
 
-void put_text(uint8_t* field, size_t width, const char* text)
-{
-    std::memset(field, 0, width);
-    std::strncpy(reinterpret_cast<char*>(field), text, width - 1);
-}
-
 // ---- factory defaults -----------------------------------------------------
 
 StreamParams stream_defaults(uint32_t index)
@@ -121,10 +115,9 @@ void factory_info(SysInfo& si)
     si.dante_enable = 0;
 
     Gb28181Params& gb = si.gb28181;
-    gb.head[0] = 0;                       // enable (i32 at 0)
-    gb.head[4] = 5060 & 0xFF;             // local SIP port (u16 at 4)
-    gb.head[5] = 5060 >> 8;
-    put_text(gb.head + 6, 24, "34020000002000000001");  // platform SIP id (text at 6)
+    gb.enable = 0;
+    gb.sipPort = 5060;
+    put_text(gb.serverSipId, "34020000002000000001");
     gb.serverSipAddr = ipv4("192.168.1.10");
     gb.serverSipPort = 5060;
     put_text(gb.sipId, "34020000001320000001");
@@ -132,36 +125,29 @@ void factory_info(SysInfo& si)
     gb.registerValidTime = 3600;
     gb.registerState = 0;
     gb.heartbeatCycle = 60;
-    gb.tail[4] = 3;  // max heartbeat timeout (i32 at 108); stream sel 0 at 104
+    gb.streamSel = 0;
+    gb.maxHeartbeatTimeout = 3;
 
     si.ntp.enable = 0;
     put_text(si.ntp.serverAddress, "pool.ntp.org");
     si.ntp.port = 123;
     si.ntp.updateInterval = 3600;
 
-    // FreeD: enable i16, ID, mode, rate selector, interval, frequency,
-    // 4 client enables, 4 client addresses, 4 client ports.
-    uint8_t* fd = si.freed.raw;
-    fd[2] = 1;
-    const uint16_t interval = 20, frequency = 50;
-    std::memcpy(fd + 6, &interval, 2);
-    std::memcpy(fd + 8, &frequency, 2);
-    for (int c = 0; c < 4; ++c) {
+    FreedParams& fd = si.freed;
+    fd.id = 1;
+    fd.interval = 20;
+    fd.frequency = 50;
+    for (int c = 0; c < kFreedClients; ++c) {
         char addr[16];
         std::snprintf(addr, sizeof addr, "192.168.1.%d", 200 + c);
-        const uint32_t a = ipv4(addr);
-        const uint16_t port = static_cast<uint16_t>(40000 + c);
-        std::memcpy(fd + 14 + 4 * c, &a, 4);
-        std::memcpy(fd + 30 + 2 * c, &port, 2);
+        fd.clientIp[c] = ipv4(addr);
+        fd.clientPort[c] = static_cast<uint16_t>(40000 + c);
     }
 
     put_text(si.timezone, "UTC0");
 
-    // Recording: enable, sel, timeCnt, mode, loopRec, format, manual, state,
-    // keepTime, filename[128], task enables, starts, stops.
-    uint8_t* rec = si.record.raw;
-    rec[2] = 5;  // minutes per file
-    rec[4] = 1;  // loop recording
+    si.record.timeCnt = 5;  // minutes per file
+    si.record.loopRec = 1;
 }
 
 void factory_state(SysState& st)
@@ -395,8 +381,11 @@ bool set_record(Server& s, const Row&, Payload p)
         return false;
     RecordParams next;
     std::memcpy(&next, p.data(), sizeof next);
-    // state (7), keepTime (8..11) and the file name (12..139) belong to the recorder
-    std::memcpy(next.raw + 7, s.info().record.raw + 7, 140 - 7);
+    // the state, keep time and file name belong to the recorder
+    const RecordParams& now = s.info().record;
+    next.state = now.state;
+    next.keepTime = now.keepTime;
+    std::memcpy(next.filename, now.filename, sizeof next.filename);
     std::memcpy(&s.info().record, &next, sizeof next);
     return true;
 }

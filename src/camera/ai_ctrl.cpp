@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "ipc/CamMsgDrv.h"
-#include "ipc/records.h"
+#include "records/records.h"
 
 namespace {
 

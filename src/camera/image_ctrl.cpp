@@ -12,7 +12,7 @@
 
 #include "camera/visca_ops.h"
 #include "ipc/CamMsgDrv.h"
-#include "ipc/sys_msg_drv.h"
+#include "ipc/sys_port.h"
 #include "support/log.h"
 #include "support/support.h"
 
@@ -40,10 +40,6 @@ void chan_flush() {
         g_transport->flush();
     else
         FlushMsgFromCam();
-}
-int chan_sys(uint32_t cmd, void* data, int length, int* capacity) {
-    return g_transport && g_transport->sys ? g_transport->sys(cmd, data, length, capacity)
-                                           : TransmitMsg2Sys(cmd, data, length, capacity);
 }
 
 // ---- packets -----------------------------------------------------------------------
@@ -159,11 +155,8 @@ int op_set(const Row& r, int value) {
 int op_send(const Row& r) { return op_set(r, 0); }
 
 int op_choose(const Row& r, const char* word) {
-    if (!word) return -1;
-    for (const visca::Word& w : r.words)
-        if (w.word.size() == std::strlen(word) && strncasecmp(word, w.word.data(), w.word.size()) == 0)
-            return op_set(r, w.code);
-    return -1;
+    const WordCode* w = word_find(r.words, word);
+    return w != nullptr ? op_set(r, w->code) : -1;
 }
 
 // Zoom and focus drive byte: 2p moves one way, 3p the other, 00 stops.
@@ -333,9 +326,7 @@ int image_resolution_set(int selector, const char* format) {
     if (selector < 0 || selector >= static_cast<int>(std::size(visca::kOutputSelectors)) || !format)
         return -1;
     for (const visca::Format& f : visca::kFormats) {
-        if (!f.settable || f.text.size() != std::strlen(format) ||
-            strncasecmp(format, f.text.data(), f.text.size()) != 0)
-            continue;
+        if (!f.settable || !same_word(format, f.text)) continue;
         const Row& r = row("image_resolution_set");
         Buf buf = load(r);
         buf.b[4] = visca::kOutputSelectors[selector];
@@ -493,7 +484,7 @@ int image_snapshot(int mode, const char* name, int width, int height, int flag) 
     unlink(kSnapFile);
     uint8_t payload[4] = {static_cast<uint8_t>(mode), static_cast<uint8_t>(flag),
                           static_cast<uint8_t>(width / 16), static_cast<uint8_t>(height / 16)};
-    if (chan_sys(kSnapshotCmd, payload, sizeof payload, nullptr) < 0) {
+    if (sys_send(kSnapshotCmd, payload, sizeof payload) < 0) {
         LOG_ERR("snapshot request failed\n");
         return -1;
     }

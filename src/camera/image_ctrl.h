@@ -73,13 +73,12 @@ int image_ptz_home();
 int image_snapshot(int mode, const char* name, int width, int height, int flag);
 
 // ---- transport seam ----------------------------------------------------------------
-// The channels every operation uses. Tests install their own to record packets
-// and feed canned replies; a null table (or a null member) means the real
-// camera command channel and system command channel.
+// The camera channel every operation uses. Tests install their own to record
+// packets and feed canned replies; a null table (or a null member) means the
+// real camera command channel. System commands go through the system port.
 struct CamTransport {
     int (*wait)(uint8_t* packet, int length, int* capacity);   // send, await the reply
     int (*nowait)(const uint8_t* packet, int length);          // send, no reply awaited
     void (*flush)();                                           // drop pending replies
-    int (*sys)(uint32_t cmd, void* data, int length, int* capacity);  // system command
 };
 void image_ctrl_set_transport(const CamTransport* transport);

@@ -10,6 +10,8 @@
 #include <span>
 #include <string_view>
 
+#include "support/words.h"
+
 namespace visca {
 
 inline constexpr int kMaxPacket = 16;   // longest template is 15 bytes
@@ -57,10 +59,7 @@ enum class Form : uint8_t {
 };
 
 // A named choice: the word compared without regard to case, and its code.
-struct Word {
-    std::string_view word;
-    uint8_t code;
-};
+using Word = WordCode;
 
 // Mode the camera must report before a setter may send. `inquiry` names the
 // getter row asked first; bit n of `modes` set means mode n lets it through.

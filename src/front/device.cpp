@@ -10,25 +10,15 @@
 
 #include <cJSON.h>
 
-#include "front/output.h"
-#include "front/reply.h"
-#include "ipc/file_msg_drv.h"
-#include "ipc/sys_msg_drv.h"
+#include "cgi/output.h"
+#include "cgi/reply.h"
+#include "ipc/sys_port.h"
 #include "support/log.h"
 #include "support/support.h"
+#include "support/owners.h"
 
 namespace {
 
-struct JsonDeleter {
-    void operator()(cJSON* item) const { cJSON_Delete(item); }
-};
-struct CharDeleter {
-    void operator()(char* text) const { std::free(text); }
-};
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FileOwner = std::unique_ptr<std::FILE, FileCloser>;
 
 constexpr const char* kLogoPath = "/opt/params/logo.jpg";
 constexpr const char* kSnapPath = "/tmp/snap.jpg";
@@ -77,8 +67,8 @@ int device_path_route(const char* path) {
 }
 
 int device_summary() {
-    std::unique_ptr<cJSON, JsonDeleter> root(cJSON_CreateObject());
-    const SysInfo* info = GetSysInfo();
+    JsonTree root(cJSON_CreateObject());
+    const SysInfo* info = sys_info();
     if (!root || info == nullptr) {
         LOG_ERR("device summary unavailable\n");
         return -1;
@@ -105,7 +95,7 @@ int device_summary() {
     cJSON_AddItemToObject(root.get(), "timeout-sec", cJSON_CreateNumber(0));
     cJSON_AddItemToObject(root.get(), "result", cJSON_CreateNumber(0));
 
-    std::unique_ptr<char, CharDeleter> text(cJSON_Print(root.get()));
+    JsonText text(cJSON_Print(root.get()));
     if (text) out_printf("%s\n", text.get());
     return 0;
 }
@@ -114,7 +104,7 @@ int device_preview() {
     reply_header(kHdrJpeg);
 
     // A stored logo replaces the live picture.
-    if (FileOwner logo(std::fopen(kLogoPath, "rb")); logo) {
+    if (FilePtr logo(std::fopen(kLogoPath, "rb")); logo) {
         copy_to_reply(logo.get());
         return 0;
     }
@@ -124,13 +114,13 @@ int device_preview() {
     pox_system("rm /tmp/snap.jpg 1>/dev/null 2>/dev/null");
 
     unsigned char request[4] = {0x68, 0x01, 0x40, 0x41};
-    if (TransmitMsg2Sys(kSnapshotCmd, request, sizeof request, nullptr) < 0) {
+    if (sys_command(kSnapshotCmd, request, sizeof request, nullptr) < 0) {
         LOG_ERR("snapshot request failed\n");
         return 0;
     }
     for (int i = 0; i < kSnapWaitTries && access(kSnapPath, F_OK) != 0; ++i) usleep(100 * 1000);
 
-    FileOwner snap(std::fopen(kSnapPath, "rb"));
+    FilePtr snap(std::fopen(kSnapPath, "rb"));
     if (!snap) {
         LOG_ERR("no snapshot picture\n");
         return 0;

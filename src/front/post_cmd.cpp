@@ -8,17 +8,15 @@
 #include <cJSON.h>
 
 #include "camera/image_ctrl.h"
-#include "front/output.h"
-#include "front/reply.h"
+#include "cgi/output.h"
+#include "cgi/reply.h"
 #include "remote/aw_ptz.h"
 #include "support/log.h"
+#include "support/owners.h"
+#include "support/words.h"
 
 namespace {
 
-struct JsonDeleter {
-    void operator()(cJSON* item) const { cJSON_Delete(item); }
-};
-using JsonTree = std::unique_ptr<cJSON, JsonDeleter>;
 
 enum class Axis { PanTilt, Home, Focus, Zoom };
 
@@ -49,16 +47,8 @@ constexpr std::array<Movement, 12> kMovements{{
     {11, Axis::Zoom, 0, 0, nullptr},
 }};
 
-struct PresetWord {
-    const char* word;
-    int action;  // 0 store, 1 recall, 2 clear
-};
-
-constexpr std::array<PresetWord, 3> kPresetWords{{
-    {"add", 0},
-    {"set", 1},
-    {"del", 2},
-}};
+// Preset actions of the camera command set: 0 store, 1 recall, 2 clear.
+constexpr WordCode kPresetWords[] = {{"add", 0}, {"set", 1}, {"del", 2}};
 
 }  // namespace
 
@@ -116,12 +106,8 @@ int sendPreset(const char* body) {
     }
     int index = index_item->valueint;
     int status = 0;
-    for (const PresetWord& w : kPresetWords) {
-        if (strcasecmp(control, w.word) == 0) {
-            status = image_preset_ctrl(w.action, index & 0xFF) == 0 ? 1 : 0;
-            break;
-        }
-    }
+    if (const WordCode* w = word_find(kPresetWords, control); w != nullptr)
+        status = image_preset_ctrl(w->code, index & 0xFF) == 0 ? 1 : 0;
     reply_header(kHdrJson);
     out_printf("{\"status\":%d,\"index\":%d,\"speed\":\"%s\"}", status, index, control);
     return 0;

@@ -11,9 +11,9 @@
 #include <string_view>
 
 #include "front/device.h"
-#include "front/output.h"
+#include "cgi/output.h"
 #include "front/post_cmd.h"
-#include "front/reply.h"
+#include "cgi/reply.h"
 #include "ipc/CamMsgDrv.h"
 #include "ipc/file_msg_drv.h"
 #include "ipc/sys_msg_drv.h"

@@ -11,7 +11,7 @@ int system_deinit();  // always 0
 
 // Reads the CGI environment of the current request (QUERY_STRING,
 // REQUEST_METHOD, CONTENT_LENGTH), routes it and writes the whole reply
-// through front/output.h. A print-level reload asked for by SIGUSR1 is done
+// through cgi/output.h. A print-level reload asked for by SIGUSR1 is done
 // first.
 void web_handle_request();
 

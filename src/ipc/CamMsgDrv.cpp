@@ -15,7 +15,7 @@
 #include <unistd.h>
 
 #include "ipc/msg_util.h"
-#include "ipc/records.h"
+#include "records/records.h"
 #include "ipc/sem_util.h"
 #include "support/log.h"
 #include "support/support.h"
@@ -55,18 +55,6 @@ std::string hex_bytes(const uint8_t* bytes, int count) {
         out += cell;
     }
     return out;
-}
-
-// Receives without waiting and throws away records of the own type until the
-// queue holds none. Oversized records are truncated away rather than left
-// to block the loop.
-void drain_own_type() {
-    CamMsg stale{};
-    for (;;) {
-        if (msgrcv(g_qid, &stale, kCamMsgBody, g_own_id, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
-        if (errno == EINTR) continue;
-        break;  // ENOMSG: empty; anything else: the queue is unusable
-    }
 }
 
 // The request record; the caller keeps packets within the packet field.
@@ -201,7 +189,7 @@ int TramsMsg2Cam(uint8_t* packet, int length, int* capacity) {
     const int timeout_ms = CamMsgTimeout(packet, length);
 
     SemWait(g_sem);
-    drain_own_type();
+    Msg_Drain(g_qid, g_own_id);
     const CamMsg request = make_request(packet, length);
     CamMsg msg = request;
 
@@ -275,7 +263,7 @@ int RecvMsgFromCam1(uint8_t* buffer, int* capacity, int timeout_ms, int* seq) {
 void FlushMsgFromCam() {
     if (!channel_ready()) return;
     SemWait(g_sem);
-    drain_own_type();
+    Msg_Drain(g_qid, g_own_id);
     SemRelease(g_sem);
 }
 

@@ -15,7 +15,7 @@
 #include <sys/shm.h>
 
 #include "ipc/msg_util.h"
-#include "ipc/records.h"
+#include "records/records.h"
 #include "ipc/sem_util.h"
 #include "ipc/share_mem.h"
 #include "support/log.h"
@@ -68,16 +68,6 @@ bool poll_until(Ready ready, int& budget) {
 bool info_valid() { return load_word(&g_store->info.magic) == kInfoMagic; }
 bool state_valid() { return load_word(&g_store->state.magic) == kInfoMagic; }
 
-void drain_own_type() {
-    FileMsg stale{};
-    for (;;) {
-        if (msgrcv(g_qid, &stale, kFileMsgBody, g_client_id, IPC_NOWAIT | MSG_NOERROR) >= 0)
-            continue;
-        if (errno == EINTR) continue;
-        break;  // ENOMSG: empty; anything else: the queue is unusable
-    }
-}
-
 // One request/reply exchange on the store's queue; true when the server
 // answered with the size of the settings record.
 bool store_request(int32_t cmd, int section) {
@@ -90,7 +80,7 @@ bool store_request(int32_t cmd, int section) {
     msg.section = cmd == kWrite ? section : 0;
 
     if (SemWait(g_sem) != 0) return false;
-    drain_own_type();
+    Msg_Drain(g_qid, g_client_id);
     Msg_Send(g_qid, &msg, kWholeMsg);
     Msg_Rcv(g_qid, g_client_id, &msg, kWholeMsg);
     SemRelease(g_sem);

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "ipc/records.h"
+#include "records/records.h"
 
 int InitFileMsgDrv(int key, int client_id);
 int CleanupFileMsgDrv();

@@ -59,3 +59,17 @@ int Msg_Send_Rcv(int qid, int type, void* msg, int size) {
     if (r < 0) return r;
     return Msg_Rcv(qid, type, msg, size);
 }
+
+// MSG_NOERROR truncates an oversized record instead of leaving it to block
+// the loop; only its removal matters here.
+void Msg_Drain(int qid, long type) {
+    struct {
+        long type;
+        char body[128];
+    } stale{};
+    for (;;) {
+        if (msgrcv(qid, &stale, sizeof stale.body, type, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
+        if (errno == EINTR) continue;
+        break;  // ENOMSG: empty; anything else: the queue is unusable
+    }
+}

@@ -8,7 +8,7 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-#include "ipc/records.h"
+#include "records/records.h"
 #include "support/log.h"
 
 namespace {

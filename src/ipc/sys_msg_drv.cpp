@@ -10,7 +10,7 @@
 #include <sys/msg.h>
 
 #include "ipc/msg_util.h"
-#include "ipc/records.h"
+#include "records/records.h"
 #include "ipc/sem_util.h"
 #include "ipc/share_mem.h"
 #include "support/log.h"
@@ -25,16 +25,6 @@ int g_qid = -1;
 SemHandl_t g_sem = nullptr;
 
 int slice_offset(int link_id) { return (link_id - 2) * PROC_MEM_SIZE; }
-
-// Throws away replies of earlier exchanges still waiting for this process.
-void drain_own_type(int qid, long type) {
-    SysMsg stale{};
-    for (;;) {
-        if (msgrcv(qid, &stale, kSysMsgBody, type, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
-        if (errno == EINTR) continue;
-        break;  // ENOMSG: empty; anything else: the queue is unusable
-    }
-}
 
 int init_fail(const char* text) {
     g_link_id = 1;
@@ -80,7 +70,7 @@ int TransmitMsg2Sys(uint32_t cmd, void* data, int length, int* capacity) {
 
     if (SemWait(g_sem) != 0) return -1;
     ShareMemWrite(msg.offset, data, length);
-    drain_own_type(g_qid, g_link_id);
+    Msg_Drain(g_qid, g_link_id);
 
     int result = Msg_Send(g_qid, &msg, sizeof msg);
     if (result >= 0) {

@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "camera/ai_ctrl.h"
-#include "ipc/file_msg_drv.h"
+#include "ipc/sys_port.h"
 
 namespace {
 
@@ -99,7 +99,7 @@ bool read_member(cJSON* answer, const cJSON* item, const AiInfo* ai) {
 }  // namespace
 
 int json_ai_set_ctrl(cJSON* member, cJSON* reply) {
-    const AiInfo* ai = GetAiInfoParams();
+    const AiInfo* ai = sys_ai_info();
     if (!member || !reply || !ai || !cJSON_IsObject(member)) return fail_section(member, reply);
     bool ok = true;
     cJSON* item = nullptr;
@@ -115,7 +115,7 @@ int json_ai_set_ctrl(cJSON* member, cJSON* reply) {
 }
 
 int json_ai_get_ctrl(cJSON* member, cJSON* reply) {
-    const AiInfo* ai = GetAiInfoParams();
+    const AiInfo* ai = sys_ai_info();
     if (!member || !reply || !ai) return fail_section(member, reply);
     if (cJSON_IsTrue(member)) {
         cJSON* answer = cJSON_CreateObject();

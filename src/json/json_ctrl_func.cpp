@@ -14,14 +14,15 @@
 #include <string_view>
 #include <utility>
 
-#include "front/output.h"
-#include "front/reply.h"
-#include "ipc/file_msg_drv.h"
+#include "cgi/output.h"
+#include "cgi/reply.h"
+#include "ipc/sys_port.h"
 #include "json/json_ai.h"
 #include "json/json_image.h"
 #include "json/json_section.h"
 #include "net/net_config.h"
 #include "support/log.h"
+#include "support/owners.h"
 
 namespace {
 
@@ -84,15 +85,7 @@ std::string_view field_text(const char (&field)[N]) {
     return {field, strnlen(field, N)};
 }
 
-struct JsonDeleter {
-    void operator()(cJSON* item) const { cJSON_Delete(item); }
-};
-using JsonTree = std::unique_ptr<cJSON, JsonDeleter>;
 
-struct TextDeleter {
-    void operator()(char* text) const { cJSON_free(text); }
-};
-using PrintedText = std::unique_ptr<char, TextDeleter>;
 
 // True when the request proves itself with the key or a correct login. The
 // key must be spelled exactly "key"; the login is found like any other
@@ -110,7 +103,7 @@ bool access_granted(const cJSON* request) {
 
 struct Dispatched {
     int result;
-    PrintedText printed;  // the reply as printed, for the get dispatcher's log
+    JsonText printed;  // the reply as printed, for the get dispatcher's log
 };
 
 Dispatched dispatch(const char* text, std::span<const JsonSection> sections) {
@@ -136,7 +129,7 @@ Dispatched dispatch(const char* text, std::span<const JsonSection> sections) {
     }
 
     reply_header(kHdrJson);
-    PrintedText printed(cJSON_Print(reply.get()));
+    JsonText printed(cJSON_Print(reply.get()));
     if (printed) out_printf("%s\n", printed.get());
     return {0, std::move(printed)};
 }
@@ -162,7 +155,7 @@ uint32_t json_access_key_compute(const char* user, const char* password, const c
 }
 
 void json_access_key_update() {
-    const SysInfo* info = GetSysInfo();
+    const SysInfo* info = sys_info();
     if (info == nullptr) {
         LOG_ERR("GetSysInfo failed!\n");
         return;
@@ -200,7 +193,7 @@ int json_login_check(const char* login) {
     std::string_view user;
     std::string_view password;
     if (json_login_split(login, &user, &password) != 0) return -1;
-    const SysInfo* info = GetSysInfo();
+    const SysInfo* info = sys_info();
     if (info == nullptr) return -1;
     return user == field_text(info->user) && password == field_text(info->password) ? 0 : -1;
 }

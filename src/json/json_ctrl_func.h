@@ -1,15 +1,10 @@
-// JSON control API: the two dispatchers, the access key and the shape every
-// section handler shares.
+// JSON control API: the two dispatchers and the access key.
 #pragma once
 
 #include <cstdint>
 #include <string_view>
 
 struct cJSON;
-
-// A section handler gets the request member (its key is the section name)
-// and the reply object; it adds its answer and returns 0 or -1.
-using json_section_fn = int (*)(cJSON* member, cJSON* reply);
 
 int json_get_ctrl(const char* text);
 int json_set_ctrl(const char* text);

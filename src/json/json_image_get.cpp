@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "camera/image_ctrl.h"
-#include "ipc/file_msg_drv.h"
+#include "ipc/sys_port.h"
 #include "json/json_feature.h"
 #include "json/json_image.h"
 #include "json/json_section.h"
@@ -15,17 +15,16 @@ namespace {
 
 // ---- decoding tables: the camera's reading is the index, null answers false --
 
-using Words = std::span<const char* const>;
-
-constexpr std::array<const char*, 2> kFocusModeWords{"auto", "manual"};
-constexpr std::array<const char*, 5> kFocusDistanceWords{"1.5m", "2m", "3m", "6m", "10m"};
-constexpr std::array<const char*, 4> kFocusSensitivityWords{nullptr, "high", "middle", "low"};
-constexpr std::array<const char*, 5> kExposureModeWords{"auto", "manual", "iris priority",
-                                                        "shutter priority", "brightness priority"};
+// The camera's reading is the code; a reading the list lacks answers false.
+constexpr WordCode kFocusModeWords[] = {{"auto", 0}, {"manual", 1}};
+constexpr WordCode kFocusDistanceWords[] = {{"1.5m", 0}, {"2m", 1}, {"3m", 2}, {"6m", 3}, {"10m", 4}};
+constexpr WordCode kFocusSensitivityWords[] = {{"high", 1}, {"middle", 2}, {"low", 3}};
+constexpr WordCode kExposureModeWords[] = {{"auto", 0}, {"manual", 1}, {"iris priority", 2},
+                                           {"shutter priority", 3}, {"brightness priority", 4}};
 // 3 is the one-push state, reported as manual like 5.
-constexpr std::array<const char*, 10> kWbModeWords{
-    "auto",   "indoor",      "outdoor", "manual", "auto tracking",
-    "manual", "temperature", nullptr,   "sodium", "fluorescent"};
+constexpr WordCode kWbModeWords[] = {{"auto", 0},        {"indoor", 1},      {"outdoor", 2},
+                                     {"manual", 3},      {"auto tracking", 4}, {"manual", 5},
+                                     {"temperature", 6}, {"sodium", 8},      {"fluorescent", 9}};
 
 // ---- the output format list ------------------------------------------------------
 
@@ -70,7 +69,7 @@ cJSON* read_resolution() {
 }
 
 cJSON* read_vo_support() {
-    const SysInfo* info = GetSysInfo();
+    const SysInfo* info = sys_info();
     if (info == nullptr) return nullptr;
     return json_format_list(info->workMode == kWorkModeNo2160 ? kVoMaskNo2160 : kVoMask, 0);
 }
@@ -78,18 +77,18 @@ cJSON* read_vo_support() {
 constexpr int kDigitalZoomFull = 1024;
 
 cJSON* read_digital_zoom() {
-    const SysState* state = GetSysState(1);
+    const SysState* state = sys_state(1);
     if (state == nullptr) return nullptr;
     return cJSON_CreateNumber(kDigitalZoomFull - static_cast<int64_t>(state->digitalZoom));
 }
 
 cJSON* read_pan() {
-    CamInfo* cam = GetCamInfoParams();
+    CamInfo* cam = sys_cam_info();
     return cam != nullptr ? cJSON_CreateNumber(json_image_degrees(cam->pan())) : nullptr;
 }
 
 cJSON* read_tilt() {
-    CamInfo* cam = GetCamInfoParams();
+    CamInfo* cam = sys_cam_info();
     return cam != nullptr ? cJSON_CreateNumber(json_image_degrees(cam->tilt())) : nullptr;
 }
 
@@ -197,7 +196,7 @@ constexpr auto kReadTable = std::to_array<ReadRow>({
 });
 
 const ReadRow* find_read_row(const char* key) {
-    return json_find_row(std::span<const ReadRow>(kReadTable), key);
+    return find_row(std::span<const ReadRow>(kReadTable), key);
 }
 
 cJSON* read_value(const ReadRow& row) {
@@ -206,10 +205,8 @@ cJSON* read_value(const ReadRow& row) {
         return number_or_null(row.get());
     case Source::words: {
         const int value = row.get();
-        if (value < 0 || static_cast<size_t>(value) >= row.words.size() ||
-            row.words[static_cast<size_t>(value)] == nullptr)
-            return nullptr;
-        return cJSON_CreateString(row.words[static_cast<size_t>(value)]);
+        const char* word = value >= 0 ? word_of(row.words, value) : nullptr;
+        return word != nullptr ? cJSON_CreateString(word) : nullptr;
     }
     case Source::constant:
         return cJSON_CreateNumber(row.constant);
@@ -261,13 +258,13 @@ void read_member(cJSON* item, cJSON* answer, int& result) {
     const char* key = item->string;
     if (cJSON_IsTrue(item)) {
         if (json_image_read_key(key, answer) != 0) result = -1;
-    } else if (json_key_is(key, "preset")) {
+    } else if (same_word(key, "preset")) {
         if (cJSON_IsNumber(item))
             answer_preset_number(item, answer, result);
         else if (cJSON_IsArray(item))
             answer_preset_array(item, answer, result);
         // any other type: nothing is answered for it
-    } else if (json_key_is(key, "feature") && cJSON_IsObject(item)) {
+    } else if (same_word(key, "feature") && cJSON_IsObject(item)) {
         cJSON* slots = json_feature_read(item);
         if (slots != nullptr)
             json_answer(answer, key, slots);

@@ -11,8 +11,7 @@
 #include <string_view>
 
 #include "camera/image_ctrl.h"
-#include "ipc/file_msg_drv.h"
-#include "ipc/sys_msg_drv.h"
+#include "ipc/sys_port.h"
 #include "json/json_feature.h"
 #include "json/json_image.h"
 #include "json/json_section.h"
@@ -79,11 +78,7 @@ constexpr uint32_t kCmdDigitalZoom = 49;
 constexpr int32_t kDigitalZoomFull = 1024;
 
 int send_to_system(uint32_t command, int32_t value) {
-    std::array<uint8_t, 16> data{};
-    static_assert(sizeof(value) == 4);
-    std::memcpy(data.data(), &value, sizeof(value));
-    int capacity = static_cast<int>(data.size());
-    return TransmitMsg2Sys(command, data.data(), sizeof(value), &capacity) < 0 ? -1 : 0;
+    return sys_send(command, &value, sizeof value);
 }
 
 int write_vo_en(const cJSON* item, cJSON* answer) {
@@ -91,7 +86,7 @@ int write_vo_en(const cJSON* item, cJSON* answer) {
         json_answer_false(answer, item->string);
         return -1;
     }
-    const SysInfo* info = GetSysInfo();
+    const SysInfo* info = sys_info();
     json_answer_number(answer, item->string, info != nullptr ? info->vo_en : 0);
     return 0;
 }
@@ -145,7 +140,7 @@ int write_ptz(const cJSON* item, cJSON* answer) {
     int action = 0;
     int speed = 0;
     const bool pair = number_pair(item, action, speed);
-    const AiInfo* ai = GetAiInfoParams();
+    const AiInfo* ai = sys_ai_info();
     if (ai != nullptr && ai->enable != 0) {
         if (ai->tiltLock == 0 || !pair || action < 0 || action > kPtzLastTiltAction) {
             json_answer_number(answer, item->string, -1);
@@ -166,7 +161,7 @@ int write_abs_ctrl(const cJSON* item, cJSON* answer) {
     if (!cJSON_IsObject(item)) return 0;
     std::array<int, kAbsAxes.size()> position{-1, -1, -1, -1};
     for (const cJSON* axis = item->child; axis != nullptr; axis = axis->next) {
-        const AbsAxis* row = json_find_row(std::span<const AbsAxis>(kAbsAxes), axis->string);
+        const AbsAxis* row = find_row(std::span<const AbsAxis>(kAbsAxes), axis->string);
         if (row == nullptr || !cJSON_IsNumber(axis)) return answer_done(item, answer, -1);
         position[static_cast<size_t>(row - kAbsAxes.data())] = axis->valueint;
     }
@@ -180,19 +175,15 @@ int write_once(const cJSON* item, cJSON* answer) {
     return answer_done(item, answer, status < 0 ? -1 : 0);
 }
 
-struct PresetAction {
-    std::string_view name;
-    int action;
-};
-constexpr auto kPresetActions = std::to_array<PresetAction>({{"add", 0}, {"call", 1}, {"del", 2}});
+// Preset actions of the camera command set: 0 store, 1 recall, 2 clear.
+constexpr WordCode kPresetActions[] = {{"add", 0}, {"call", 1}, {"del", 2}};
 constexpr int kPresetMax = 255;
 
 int write_preset(const cJSON* item, cJSON* answer) {
     for (const cJSON* step = item->child; step != nullptr; step = step->next) {
-        const PresetAction* row =
-            json_find_row(std::span<const PresetAction>(kPresetActions), step->string);
-        if (row == nullptr || !cJSON_IsNumber(step) || !(step->valuedouble >= 0) ||
-            step->valuedouble > kPresetMax || image_preset_ctrl(row->action, step->valueint) != 0)
+        const WordCode* action = word_find(kPresetActions, step->string);
+        if (action == nullptr || !cJSON_IsNumber(step) || !(step->valuedouble >= 0) ||
+            step->valuedouble > kPresetMax || image_preset_ctrl(action->code, step->valueint) != 0)
             return answer_done(item, answer, -1);
     }
     return answer_done(item, answer, 0);
@@ -342,7 +333,7 @@ int send_setting(const WriteRow& row, const cJSON* item) {
 }
 
 void write_member(cJSON* item, cJSON* answer, int& result) {
-    const WriteRow* row = json_find_row(std::span<const WriteRow>(kWriteTable), item->string);
+    const WriteRow* row = find_row(std::span<const WriteRow>(kWriteTable), item->string);
     if (row == nullptr || !type_fits(row->type, item)) {
         json_answer_false(answer, item->string);
         result = -1;

@@ -11,7 +11,7 @@ int json_section_dispatch(std::span<const JsonSection> table, cJSON* request, cJ
     bool failed = false;
     for (cJSON* member = request != nullptr ? request->child : nullptr; member != nullptr;
          member = member->next) {
-        const JsonSection* section = json_find_row(table, member->string);
+        const JsonSection* section = find_row(table, member->string);
         if (section != nullptr && section->handler == nullptr) continue;  // "key"
         if (section == nullptr ||
             (section->value == SectionValue::object && !cJSON_IsObject(member))) {

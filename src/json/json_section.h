@@ -6,11 +6,15 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
-#include <strings.h>
 
 #include <cjson/cJSON.h>
 
-#include "json/json_ctrl_func.h"
+#include "support/words.h"
+
+
+// A section handler gets the request member (its key is the section name)
+// and the reply object; it adds its answer and returns 0 or -1.
+using json_section_fn = int (*)(cJSON* member, cJSON* reply);
 
 // Whether a section takes its member whatever the JSON type, or only objects
 // (a non-object value is then answered with the section's name and false).
@@ -32,20 +36,6 @@ int json_section_dispatch(std::span<const JsonSection> table, cJSON* request, cJ
 int json_section_pending(cJSON* member, cJSON* reply);
 // A section that is deliberately not served: fails and adds nothing.
 int json_section_refused(cJSON* member, cJSON* reply);
-
-// Case-blind comparison of a JSON key with a table name.
-inline bool json_key_is(const char* key, std::string_view name) {
-    return key != nullptr && std::string_view(key).size() == name.size() &&
-           strncasecmp(key, name.data(), name.size()) == 0;
-}
-
-// Finds the row whose `name` matches `key` without regard to case.
-template <typename Row>
-const Row* json_find_row(std::span<const Row> table, const char* key) {
-    for (const Row& row : table)
-        if (json_key_is(key, row.name)) return &row;
-    return nullptr;
-}
 
 // Adds `item` under `key`; frees it when it cannot be attached. A null item
 // (a failed allocation) is answered as nothing.

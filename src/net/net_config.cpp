@@ -24,6 +24,7 @@
 
 #include "support/log.h"
 #include "support/support.h"
+#include "support/owners.h"
 
 namespace {
 
@@ -47,10 +48,6 @@ private:
     int fd_;
 };
 
-struct FileCloser {
-    void operator()(FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 FilePtr open_file(const char* path, const char* mode) { return FilePtr(std::fopen(path, mode)); }
 

@@ -16,8 +16,8 @@
 #include <string_view>
 
 #include "camera/image_ctrl.h"
-#include "ipc/file_msg_drv.h"
-#include "ipc/records.h"
+#include "ipc/sys_port.h"
+#include "records/records.h"
 #include "remote/aw_ptz.h"
 #include "remote/remote_common.h"
 
@@ -102,7 +102,7 @@ Outcome nd_inquiry(Request& r, int) {
 
 Outcome lens_status(Request& r, int) {
     int zoom = 0, focus = 0;
-    if (CamInfo* cam = GetCamInfoParams()) {
+    if (CamInfo* cam = sys_cam_info()) {
         zoom = cam->zoom();
         focus = cam->focus();
     }

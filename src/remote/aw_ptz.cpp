@@ -11,10 +11,9 @@
 #include <string_view>
 
 #include "camera/image_ctrl.h"
-#include "front/reply.h"
-#include "ipc/file_msg_drv.h"
-#include "ipc/records.h"
-#include "ipc/sys_msg_drv.h"
+#include "cgi/reply.h"
+#include "ipc/sys_port.h"
+#include "records/records.h"
 #include "remote/remote_common.h"
 #include "support/log.h"
 
@@ -58,7 +57,7 @@ void appendf(std::string& out, const char* format, ...) {
 
 // Standby answer digit: 1 while the camera is awake.
 int awake_digit(int& digit) {
-    const SysState* state = GetSysState(1);
+    const SysState* state = sys_state(1);
     if (!state) return -1;
     digit = (state->standby == 0) ? 1 : 0;
     return 0;
@@ -69,7 +68,7 @@ struct Positions {
 };
 
 int motor_positions(Positions& p) {
-    CamInfo* cam = GetCamInfoParams();
+    CamInfo* cam = sys_cam_info();
     if (!cam) return -1;
     p = {cam->pan(), cam->tilt(), cam->zoom(), cam->focus()};
     return 0;
@@ -81,7 +80,7 @@ int motor_positions(Positions& p) {
 int standby(Request& r, int arg) {
     if (arg >= 0) {
         uint8_t payload = static_cast<uint8_t>(arg);
-        if (TransmitMsg2Sys(kSysStandby, &payload, 1, nullptr) < 0) return -1;
+        if (sys_command(kSysStandby, &payload, 1, nullptr) < 0) return -1;
     }
     return awake_digit(r.value[0]);
 }

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "front/output.h"
-#include "front/reply.h"
+#include "cgi/output.h"
+#include "cgi/reply.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <mutex>
 #include <string>
 
-#include "ipc/records.h"
+#include "records/records.h"
 #include "support/elog.h"
 #include "support/plugins/file/elog_file.h"
 

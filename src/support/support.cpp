@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "support/log.h"
+#include "support/owners.h"
 
 #ifndef BUILD_NUMBER
 #define BUILD_NUMBER ""
@@ -30,10 +31,6 @@ namespace {
 constexpr long long kLogFileLimit = 2097152;  // 2 MiB
 constexpr size_t kIniLineMax = 1024;
 
-struct FileCloser {
-    void operator()(FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 // While it lives, SIGCHLD has its default action, so that a child-exit
 // handler installed elsewhere cannot reap the shell before system() or

@@ -41,7 +41,6 @@ struct FakeCamera {
     std::vector<Exchange> log;
     std::deque<std::optional<Bytes>> queue;
     std::function<std::optional<Bytes>(const Bytes& packet)> answer;
-    int sys_calls = 0;
 
     // The exchanges that carried a packet (flushes left out).
     std::vector<Exchange> sends() const {
@@ -85,11 +84,7 @@ inline int fake_nowait(const uint8_t* packet, int length) {
     return 0;
 }
 inline void fake_flush() { g_fake_camera->log.push_back({"flush", {}}); }
-inline int fake_sys(uint32_t, void*, int, int*) {
-    ++g_fake_camera->sys_calls;
-    return -1;
-}
-inline constexpr CamTransport kFakeTransport{fake_wait, fake_nowait, fake_flush, fake_sys};
+inline constexpr CamTransport kFakeTransport{fake_wait, fake_nowait, fake_flush};
 
 // A test with `camera` installed as the transport for its length.
 class FakeCameraTest : public ::testing::Test {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "ipc/records.h"
+#include "records/records.h"
 #include "support/elog.h"
 #include "support/log.h"
 #include "support/plugins/file/elog_file.h"

@@ -9,9 +9,9 @@
 #include <iterator>
 #include <string>
 
-#include "front/output.h"
+#include "cgi/output.h"
 #include "front/post_cmd.h"
-#include "front/reply.h"
+#include "cgi/reply.h"
 #include "front/web.h"
 #include "debug_texts.h"
 #include "remote/session.h"

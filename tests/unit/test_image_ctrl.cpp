@@ -372,7 +372,7 @@ TEST_F(ImageCtrl, SnapshotRefusesUnsafeNames) {
         EXPECT_EQ(image_snapshot(1, name, 1920, 1080, 0), -1) << name;
     EXPECT_EQ(image_snapshot(1, nullptr, 0, 1080, 0), -1);
     EXPECT_EQ(image_snapshot(300, "ok.jpg", 1920, 1080, 0), -1);
-    EXPECT_EQ(camera.sys_calls, 0);
+    EXPECT_TRUE(camera.log.empty());
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "ipc/CamMsgDrv.h"
-#include "ipc/records.h"
+#include "records/records.h"
 #include "test_ipc_peer.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "ipc/msg_util.h"
-#include "ipc/records.h"
+#include "records/records.h"
 #include "ipc/sem_util.h"
 #include "ipc/share_mem.h"
 #include "test_ipc_peer.h"

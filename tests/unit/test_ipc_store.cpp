@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "ipc/file_msg_drv.h"
-#include "ipc/records.h"
+#include "records/records.h"
 #include "test_ipc_peer.h"
 
 namespace {

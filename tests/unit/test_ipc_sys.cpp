@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "ipc/records.h"
+#include "records/records.h"
 #include "ipc/sys_msg_drv.h"
 #include "test_ipc_peer.h"
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "front/output.h"
-#include "ipc/records.h"
+#include "cgi/output.h"
+#include "records/records.h"
 #include "json/json_ctrl_func.h"
 #include "support/elog.h"
 

@@ -15,7 +15,7 @@
 
 #include "camera/image_ctrl.h"
 #include "fake_camera.h"
-#include "front/output.h"
+#include "cgi/output.h"
 #include "json/json_ctrl_func.h"
 #include "json/json_image.h"
 

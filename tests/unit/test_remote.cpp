@@ -10,7 +10,7 @@
 
 #include "camera/image_ctrl.h"
 #include "fake_camera.h"
-#include "front/output.h"
+#include "cgi/output.h"
 #include "remote/aw_cam.h"
 #include "remote/aw_ptz.h"
 #include "remote/remote_common.h"

@@ -4,8 +4,8 @@
 
 #include <cJSON.h>
 
-#include "front/output.h"
-#include "front/reply.h"
+#include "cgi/output.h"
+#include "cgi/reply.h"
 
 namespace {
 

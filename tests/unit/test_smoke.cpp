@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "front/output.h"
+#include "cgi/output.h"
 
 TEST(OutputCapture, CollectsPrintedText) {
     OutputCapture cap("ab");

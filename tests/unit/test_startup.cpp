@@ -22,7 +22,7 @@
 #include "front/web.h"
 #include "ipc/CamMsgDrv.h"
 #include "ipc/file_msg_drv.h"
-#include "ipc/records.h"
+#include "records/records.h"
 #include "ipc/sys_msg_drv.h"
 #include "support/elog.h"
 

@@ -8,13 +8,10 @@
 #include <string>
 
 #include "support/elog.h"
+#include "support/owners.h"
 
 namespace {
 
-struct FileCloser {
-    void operator()(FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 struct FileSink {
     std::string name;

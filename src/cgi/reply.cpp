@@ -1,8 +1,8 @@
-#include "front/reply.h"
+#include "cgi/reply.h"
 
 #include <cJSON.h>
 
-#include "front/output.h"
+#include "cgi/output.h"
 
 void reply_header(std::string_view block) { out_write(block.data(), block.size()); }
 

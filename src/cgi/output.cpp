@@ -1,4 +1,4 @@
-#include "front/output.h"
+#include "cgi/output.h"
 
 #include <algorithm>
 #include <cstdarg>

@@ -33,14 +33,23 @@ struct AudioParams {
     uint32_t soundMode;    // 244  0 mono, 1 stereo
     uint32_t encMode;      // 248  0..6 G711A G711U ADPCMA G726 LPCM AAC OPUS
     uint32_t bitrate;      // 252
-    uint16_t volume;       // 256
+    uint16_t volume;       // 256  the low half of a 32-bit word whose byte 258
     uint8_t ndiCap;        // 258  bit 0: NDI present
-    uint8_t reserved0;     // 259
+    uint8_t reserved0;     // 259  also carries the NDI capability
     uint8_t hdmiAudEn;     // 260
     uint8_t ndiAudEn;      // 261
     uint8_t reserved1[2];  // 262
 };
 static_assert(sizeof(AudioParams) == 36);
+static_assert(offsetof(AudioParams, inputSel) == 4);
+static_assert(offsetof(AudioParams, samplerate) == 8);
+static_assert(offsetof(AudioParams, bitwidth) == 12);
+static_assert(offsetof(AudioParams, soundMode) == 16);
+static_assert(offsetof(AudioParams, encMode) == 20);
+static_assert(offsetof(AudioParams, bitrate) == 24);
+static_assert(offsetof(AudioParams, volume) == 28);
+static_assert(offsetof(AudioParams, hdmiAudEn) == 32);
+static_assert(offsetof(AudioParams, ndiAudEn) == 33);
 
 // RTP multicast block of one stream, sent with commands 15 and 16.
 struct McastParams {
@@ -52,39 +61,92 @@ static_assert(sizeof(McastParams) == 12);
 
 // GB28181 block, sent whole with command 30.
 struct Gb28181Params {
-    uint8_t head[30];           // 0..29: enable and the device's own ids
-    uint32_t serverSipAddr;     // 30
-    uint16_t serverSipPort;     // 34
-    char sipId[24];             // 36
-    char sipPassword[32];       // 60
-    int32_t registerValidTime;  // 92
-    int32_t registerState;      // 96
-    int32_t heartbeatCycle;     // 100
-    uint8_t tail[8];            // 104
+    int32_t enable;               // 0
+    uint16_t sipPort;             // 4
+    char serverSipId[24];         // 6
+    uint32_t serverSipAddr;       // 30  IPv4, network byte order
+    uint16_t serverSipPort;       // 34
+    char sipId[24];               // 36
+    char sipPassword[32];         // 60
+    int32_t registerValidTime;    // 92
+    int32_t registerState;        // 96  kept by the service
+    int32_t heartbeatCycle;       // 100
+    int32_t streamSel;            // 104
+    int32_t maxHeartbeatTimeout;  // 108
 };
 static_assert(sizeof(Gb28181Params) == 112);
+static_assert(offsetof(Gb28181Params, sipPort) == 4);
+static_assert(offsetof(Gb28181Params, serverSipId) == 6);
+static_assert(offsetof(Gb28181Params, serverSipAddr) == 30);
+static_assert(offsetof(Gb28181Params, serverSipPort) == 34);
+static_assert(offsetof(Gb28181Params, sipId) == 36);
+static_assert(offsetof(Gb28181Params, sipPassword) == 60);
+static_assert(offsetof(Gb28181Params, registerValidTime) == 92);
+static_assert(offsetof(Gb28181Params, registerState) == 96);
+static_assert(offsetof(Gb28181Params, heartbeatCycle) == 100);
+static_assert(offsetof(Gb28181Params, streamSel) == 104);
+static_assert(offsetof(Gb28181Params, maxHeartbeatTimeout) == 108);
 
 // NTP block, sent whole with command 70. It sits in the free space between
 // the GB28181 and the FreeD blocks.
 struct NtpParams {
-    uint32_t enable;
-    char serverAddress[128];
-    uint32_t port;
-    uint32_t updateInterval;
+    uint32_t enable;          // 0
+    char serverAddress[128];  // 4
+    uint32_t port;            // 132
+    uint32_t updateInterval;  // 136
 };
 static_assert(sizeof(NtpParams) == 140);
+static_assert(offsetof(NtpParams, serverAddress) == 4);
+static_assert(offsetof(NtpParams, port) == 132);
+static_assert(offsetof(NtpParams, updateInterval) == 136);
 
 // FreeD block, sent whole with command 31.
+inline constexpr int kFreedClients = 4;
 struct FreedParams {
-    uint8_t raw[38];
+    int16_t enable;                      // 0
+    uint8_t id;                          // 2
+    uint8_t mode;                        // 3  0 always, 1 on demand, 2 genlock
+    uint16_t rateSel;                    // 4  0 interval applies, 1 frequency
+    uint16_t interval;                   // 6
+    uint16_t frequency;                  // 8
+    uint8_t clientEnable[kFreedClients]; // 10
+    uint32_t clientIp[kFreedClients];    // 14  IPv4, network byte order
+    uint16_t clientPort[kFreedClients];  // 30
 };
 static_assert(sizeof(FreedParams) == 38);
+static_assert(offsetof(FreedParams, id) == 2);
+static_assert(offsetof(FreedParams, mode) == 3);
+static_assert(offsetof(FreedParams, rateSel) == 4);
+static_assert(offsetof(FreedParams, interval) == 6);
+static_assert(offsetof(FreedParams, frequency) == 8);
+static_assert(offsetof(FreedParams, clientEnable) == 10);
+static_assert(offsetof(FreedParams, clientIp) == 14);
+static_assert(offsetof(FreedParams, clientPort) == 30);
 
 // Recording block, sent whole with command 32; it runs to the record's end.
+inline constexpr int kRecordTasks = 4;
 struct RecordParams {
-    uint8_t raw[176];
+    uint8_t enable;                     // 0
+    uint8_t sel;                        // 1
+    uint8_t timeCnt;                    // 2
+    uint8_t mode;                       // 3
+    uint8_t loopRec;                    // 4
+    uint8_t format;                     // 5
+    uint8_t manual;                     // 6
+    uint8_t state;                      // 7   kept by the recorder
+    int32_t keepTime;                   // 8   kept by the recorder
+    char filename[128];                 // 12  kept by the recorder
+    uint8_t taskEnable[kRecordTasks];   // 140
+    int32_t taskStart[kRecordTasks];    // 144
+    int32_t taskStop[kRecordTasks];     // 160
 };
 static_assert(sizeof(RecordParams) == 176);
+static_assert(offsetof(RecordParams, state) == 7);
+static_assert(offsetof(RecordParams, keepTime) == 8);
+static_assert(offsetof(RecordParams, filename) == 12);
+static_assert(offsetof(RecordParams, taskEnable) == 140);
+static_assert(offsetof(RecordParams, taskStart) == 144);
+static_assert(offsetof(RecordParams, taskStop) == 160);
 
 // The settings record at the start of the store segment.
 struct SysInfo {

@@ -1,0 +1,31 @@
+// The system-server boundary as the handlers see it: system commands and the
+// store's readers. By default they are the real command channel and the
+// shared segment; tests install a port of their own (an in-memory record and
+// a journal of commands) for as long as they need it.
+#pragma once
+
+#include <cstdint>
+
+#include "records/records.h"
+
+struct SysPort {
+    int (*command)(uint32_t cmd, void* data, int length, int* capacity);
+    SysInfo* (*info)();
+    SysState* (*state)(int wait);
+    CamInfo* (*cam)();
+    AiInfo* (*ai)();
+};
+
+// Installs `port` (null: the real channel and store again). A null member
+// of an installed port also falls back to the real one.
+void sys_port_install(const SysPort* port);
+
+// TransmitMsg2Sys through the port: the reply length, or a negative value.
+int sys_command(uint32_t cmd, void* data, int length, int* capacity);
+// A command whose reply carries no data: 0 when the server took it, -1 when
+// the send failed or the server refused it (a negative reply length).
+int sys_send(uint32_t cmd, const void* data, int length);
+SysInfo* sys_info();
+SysState* sys_state(int wait);
+CamInfo* sys_cam_info();
+AiInfo* sys_ai_info();

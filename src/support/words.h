@@ -1,0 +1,58 @@
+// The small text tools every layer shares: case-blind comparison and the one
+// shape of a word list (a word and its code), looked up either way.
+#pragma once
+
+#include <strings.h>
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+// Equal without regard to case (ASCII), lengths included.
+inline bool same_word(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && (a.empty() || strncasecmp(a.data(), b.data(), a.size()) == 0);
+}
+// The same against a C string that may be null (null matches nothing).
+inline bool same_word(const char* a, std::string_view b) {
+    return a != nullptr && same_word(std::string_view(a), b);
+}
+
+// A named choice: the word as the protocol spells it and its code.
+struct WordCode {
+    std::string_view word;
+    int code;
+};
+using Words = std::span<const WordCode>;
+
+// The row whose word matches `word` without regard to case, or null.
+inline const WordCode* word_find(Words words, std::string_view word) {
+    for (const WordCode& w : words)
+        if (same_word(w.word, word)) return &w;
+    return nullptr;
+}
+inline const WordCode* word_find(Words words, const char* word) {
+    return word != nullptr ? word_find(words, std::string_view(word)) : nullptr;
+}
+// The first row carrying `code`, or null.
+inline const WordCode* code_find(Words words, int code) {
+    for (const WordCode& w : words)
+        if (w.code == code) return &w;
+    return nullptr;
+}
+// The word of `code`, or null when the list has none.
+inline const char* word_of(Words words, int code) {
+    const WordCode* w = code_find(words, code);
+    return w != nullptr ? w->word.data() : nullptr;  // list words are literals
+}
+
+// Finds the row of a table whose `name` matches `key` without regard to case.
+template <typename Row>
+const Row* find_row(std::span<const Row> table, std::string_view key) {
+    for (const Row& row : table)
+        if (same_word(row.name, key)) return &row;
+    return nullptr;
+}
+template <typename Row>
+const Row* find_row(std::span<const Row> table, const char* key) {
+    return key != nullptr ? find_row(table, std::string_view(key)) : nullptr;
+}
