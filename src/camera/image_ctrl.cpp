@@ -235,6 +235,10 @@ bool snap_name_ok(const char* name) {
 
 void image_ctrl_set_transport(const CamTransport* transport) { g_transport = transport; }
 
+int image_row_set(const visca::Row& r, int value) { return op_set(r, value); }
+int image_row_choose(const visca::Row& r, const char* word) { return op_choose(r, word); }
+int image_row_get(const visca::Row& r) { return op_get(r); }
+
 // ---- named choices -------------------------------------------------------------------
 int image_focus_mode_get() { return op_get(row("image_focus_mode_get")); }
 int image_focus_mode_set(const char* mode) { return op_choose(row("image_focus_mode_set"), mode); }

@@ -72,6 +72,12 @@ int image_ptz_home();
 // ---- snapshot: picture through the system server into /tmp/snap.jpg ----------------
 int image_snapshot(int mode, const char* name, int width, int height, int flag);
 
+// ---- any row of the operation table (camera/visca_ops.h) ----------------------------
+namespace visca { struct Row; }
+int image_row_set(const visca::Row& row, int value);            // 0 or -1
+int image_row_choose(const visca::Row& row, const char* word);  // 0 or -1 (unknown word)
+int image_row_get(const visca::Row& row);                       // decoded value or -1
+
 // ---- transport seam ----------------------------------------------------------------
 // The camera channel every operation uses. Tests install their own to record
 // packets and feed canned replies; a null table (or a null member) means the

@@ -130,6 +130,8 @@ inline constexpr Word kWbModes[] = {
     {"auto", 0x00}, {"indoor", 0x01}, {"outdoor", 0x02}, {"one push", 0x03},
     {"auto tracking", 0x04}, {"manual", 0x05}, {"temperature", 0x06},
     {"sodium", 0x08}, {"fluorescent", 0x09}};
+// Auto-tracking: the person to switch to, as the camera numbers the sides.
+inline constexpr Word kAiSides[] = {{"left", 0x03}, {"right", 0x02}};
 // 3D noise reduction: level 0..4 are codes 1..5, level 5 switches it off (0).
 inline constexpr uint8_t kNr3dCodes[] = {0x01, 0x02, 0x03, 0x04, 0x05, 0x00};
 
@@ -256,6 +258,22 @@ inline constexpr Row kRows[] = {
     set("image_preset_ctrl", pkt({0x81, 0x01, 0x04, 0x3F, 0x00, 0x00, 0x00, 0xFF}), Nib2, 5),
     set("image_params_reset", pkt({0x81, 0x01, 0x04, 0x3F, 0x00, 0x7F, 0xFF})),
     set("image_params_save", pkt({0x81, 0x01, 0x04, 0x3F, 0x10, 0x01, 0xFF})),
+    // auto-tracking: the waited ones are sent without a reply length, their
+    // result ignored (the answer is read from the tracking area)
+    set_wait("ai_enable_set", pkt({0x81, 0x01, 0x04, 0xC8, 0x00, 0xFF}), Byte, 4),
+    set_wait("ai_mode_set", pkt({0x81, 0x01, 0x04, 0xC8, 0x01, 0x00, 0xFF}), Byte, 5),
+    set_wait("ai_people_pos_set", pkt({0x81, 0x01, 0x04, 0xCB, 0x00, 0xFF}), Byte, 4),
+    set_wait("ai_people_ration_set", pkt({0x81, 0x01, 0x04, 0xCC, 0x00, 0x00, 0xFF}), Nib2, 4),
+    set_wait("ai_body_ratio_set", pkt({0x81, 0x01, 0x04, 0xCC, 0x01, 0x00, 0x00, 0xFF}), Nib2, 5),
+    set_wait("ai_switch_time_set", pkt({0x81, 0x01, 0x04, 0xCD, 0x00, 0x00, 0xFF}), Nib2, 4),
+    set_wait("ai_board_detect_set", pkt({0x81, 0x01, 0x04, 0xCE, 0x00, 0xFF}), Byte, 4),
+    set_wait("ai_highlight_set", pkt({0x81, 0x01, 0x04, 0xCF, 0x00, 0xFF}), Byte, 4),
+    set_wait("ai_zoom_lock_set", pkt({0x81, 0x01, 0x04, 0xD6, 0x00, 0x00, 0xFF}), Byte, 5),
+    set_wait("ai_tilt_lock_set", pkt({0x81, 0x01, 0x04, 0xD6, 0x01, 0x00, 0xFF}), Byte, 5),
+    set("ai_pt_limit_set", pkt({0x81, 0x01, 0x04, 0xD7, 0x00, 0xFF}), Byte, 4),
+    get("ai_pt_limit_get", pkt({0x81, 0x09, 0x04, 0xD7, 0xFF}), P2, 5),
+    set_word("ai_people_change", pkt({0x81, 0x01, 0x04, 0xCA, 0x00, 0xFF}), 4, kAiSides),
+    set("ai_framing_one_push", pkt({0x81, 0x01, 0x04, 0xC8, 0x02, 0x01, 0xFF})),
     // drives and moves
     set("zoom drive", pkt({0x81, 0x01, 0x04, 0x07, 0x00, 0xFF}), Byte, 4),
     set("focus manual", pkt({0x81, 0x01, 0x04, 0x38, 0x03, 0xFF})),
@@ -277,6 +295,9 @@ consteval const Row& row(std::string_view name) {
     no_such_row();
     return kRows[0];
 }
+
+// The same, as the row's place in the table (for tables that keep it in a column).
+consteval int index_of(std::string_view name) { return static_cast<int>(&row(name) - kRows); }
 
 // Every template is a well-formed VISCA packet with its value inside it.
 consteval bool rows_well_formed() {

@@ -1,137 +1,102 @@
-// The "ai" section: auto-tracking switches sent to the camera, answered from
-// the tracking process's information area.
+// The "ai" section: auto-tracking switches sent to the camera as VISCA
+// packets, answered from the tracking process's information area.
 #include "json/json_ai.h"
-
-#include <cjson/cJSON.h>
-#include <strings.h>
 
 #include <array>
 #include <cstddef>
-#include <string_view>
 
-#include "camera/ai_ctrl.h"
+#include "camera/image_ctrl.h"
+#include "camera/visca_ops.h"
 #include "ipc/sys_port.h"
+#include "json/json_section.h"
 
 namespace {
 
-// The values answered, in answer order, with their bytes in the area.
-struct AreaField {
-    std::string_view key;
-    size_t offset;
-};
-constexpr std::array<AreaField, 10> kFields{{
-    {"enable", offsetof(AiInfo, enable)},
-    {"mode", offsetof(AiInfo, mode)},
-    {"peoplePos", offsetof(AiInfo, peoplePos)},
-    {"peopleRation", offsetof(AiInfo, peopleRation)},
-    {"bodyRatio", offsetof(AiInfo, bodyRatio)},
-    {"switchTime", offsetof(AiInfo, switchTime)},
-    {"boardDetectEn", offsetof(AiInfo, boardDetectEn)},
-    {"highLightTarget", offsetof(AiInfo, highLightTarget)},
-    {"zoomLock", offsetof(AiInfo, zoomLock)},
-    {"tiltLock", offsetof(AiInfo, tiltLock)},
-}};
-constexpr std::string_view kPtLimit = "PTLimit";
+// ---- writing: each member sends its operation ------------------------------------------
 
-bool same(std::string_view a, const char* b) {
-    return b && a.size() == std::char_traits<char>::length(b) && strncasecmp(a.data(), b, a.size()) == 0;
+// A waited send's result is not looked at: the answer comes from the area.
+// The row's `arg` is its operation's place in the operation table.
+const visca::Row& op_of(const Field& row) { return visca::kRows[row.arg]; }
+bool sent(const visca::Row& op, int status) { return op.kind == visca::Kind::SetWait || status == 0; }
+
+bool send_number(const Field& row, FieldWrite&, const cJSON* item, int) {
+    return cJSON_IsNumber(item) && sent(op_of(row), image_row_set(op_of(row), item->valueint));
+}
+bool send_word(const Field& row, FieldWrite&, const cJSON* item, int) {
+    return cJSON_IsString(item) && sent(op_of(row), image_row_choose(op_of(row), item->valuestring));
+}
+bool send_true(const Field& row, FieldWrite&, const cJSON* item, int) {
+    return cJSON_IsTrue(item) && sent(op_of(row), image_row_set(op_of(row), 0));
 }
 
-int area_value(const AiInfo* ai, size_t offset) {
-    return reinterpret_cast<const uint8_t*>(ai)[offset];
+// ---- reading: the area's bytes, and the pan-tilt limit from the camera -----------------
+
+cJSON* read_limit(const Field&, const uint8_t*, int) {
+    const int limit = image_row_get(visca::row("ai_pt_limit_get"));
+    return limit >= 0 ? cJSON_CreateNumber(limit) : nullptr;
+}
+// After a write the limit is always answered: -1 when the camera did not say.
+cJSON* read_limit_after(const Field&, const uint8_t*, int) {
+    return cJSON_CreateNumber(image_row_get(visca::row("ai_pt_limit_get")));
 }
 
-void add_number(cJSON* obj, std::string_view key, double value) {
-    cJSON_AddItemToObject(obj, key.data(), cJSON_CreateNumber(value));  // keys are literals
+using Sender = bool (*)(const Field&, FieldWrite&, const cJSON*, int);
+
+consteval Field area(std::string_view key, uint16_t offset, std::string_view op) {
+    Field f{key, FieldForm::u8, offset};
+    f.arg = visca::index_of(op);
+    f.write = send_number;
+    return f;
+}
+consteval Field action(std::string_view key, std::string_view op, Sender send) {
+    Field f{key, FieldForm::own};
+    f.in = 0;
+    f.arg = visca::index_of(op);
+    f.write = send;
+    return f;
+}
+consteval Field limit(uint8_t in, cJSON* (*read)(const Field&, const uint8_t*, int)) {
+    Field f{"PTLimit", FieldForm::own};
+    f.in = in;
+    f.read = read;
+    f.arg = visca::index_of("ai_pt_limit_set");
+    f.write = send_number;
+    return f;
 }
 
-// Every area value, then the pan-tilt limit: -1 when the camera does not
-// answer after a write, left out when it does not answer a read.
-void answer_all(cJSON* obj, const AiInfo* ai, bool limit_always) {
-    for (const auto& f : kFields) add_number(obj, f.key, area_value(ai, f.offset));
-    int limit = ai_ptlimit_get();
-    if (limit >= 0 || limit_always) add_number(obj, kPtLimit, limit);
-}
+constexpr auto kFields = std::to_array<Field>({
+    area("enable", offsetof(AiInfo, enable), "ai_enable_set"),
+    area("mode", offsetof(AiInfo, mode), "ai_mode_set"),
+    area("peoplePos", offsetof(AiInfo, peoplePos), "ai_people_pos_set"),
+    area("peopleRation", offsetof(AiInfo, peopleRation), "ai_people_ration_set"),
+    area("bodyRatio", offsetof(AiInfo, bodyRatio), "ai_body_ratio_set"),
+    area("switchTime", offsetof(AiInfo, switchTime), "ai_switch_time_set"),
+    area("boardDetectEn", offsetof(AiInfo, boardDetectEn), "ai_board_detect_set"),
+    area("highLightTarget", offsetof(AiInfo, highLightTarget), "ai_highlight_set"),
+    area("zoomLock", offsetof(AiInfo, zoomLock), "ai_zoom_lock_set"),
+    area("tiltLock", offsetof(AiInfo, tiltLock), "ai_tilt_lock_set"),
+    limit(kInWhole | kInKeyed, read_limit),
+    limit(kInAfter, read_limit_after),
+    action("peopleChange", "ai_people_change", send_word),
+    action("framingOnePush", "ai_framing_one_push", send_true),
+});
 
-// The section key with false, as the answer to a section that failed.
-int fail_section(cJSON* member, cJSON* reply) {
-    if (reply && member && member->string) cJSON_AddItemToObject(reply, member->string, cJSON_CreateFalse());
-    return -1;
-}
-
-// One member of a write: sends its packet; false when refused.
-bool send_member(const cJSON* item) {
-    int row = ai_ctrl_find(item->string ? item->string : "");
-    if (row < 0) return false;
-    switch (ai_ctrl_param(row).arg) {
-    case AiArg::Number:
-        return cJSON_IsNumber(item) && ai_ctrl_send(row, item->valueint) == 0;
-    case AiArg::Word:
-        return cJSON_IsString(item) && ai_ctrl_send_word(row, item->valuestring) == 0;
-    case AiArg::True:
-        return cJSON_IsTrue(item) && ai_ctrl_send(row, 0) == 0;
-    }
-    return false;
-}
-
-// One member of an object read: its number, or false.
-bool read_member(cJSON* answer, const cJSON* item, const AiInfo* ai) {
-    const char* key = item->string ? item->string : "";
-    if (!cJSON_IsTrue(item)) {
-        cJSON_AddItemToObject(answer, key, cJSON_CreateFalse());
-        return false;
-    }
-    for (const auto& f : kFields) {
-        if (same(f.key, key)) {
-            cJSON_AddItemToObject(answer, key, cJSON_CreateNumber(area_value(ai, f.offset)));
-            return true;
-        }
-    }
-    if (same(kPtLimit, key)) {
-        int limit = ai_ptlimit_get();
-        cJSON_AddItemToObject(answer, key, limit >= 0 ? cJSON_CreateNumber(limit) : cJSON_CreateFalse());
-        return limit >= 0;
-    }
-    cJSON_AddItemToObject(answer, key, cJSON_CreateFalse());
-    return false;
-}
+const uint8_t* area_bytes() { return reinterpret_cast<const uint8_t*>(sys_ai_info()); }
 
 }  // namespace
 
 int json_ai_set_ctrl(cJSON* member, cJSON* reply) {
-    const AiInfo* ai = sys_ai_info();
-    if (!member || !reply || !ai || !cJSON_IsObject(member)) return fail_section(member, reply);
-    bool ok = true;
-    cJSON* item = nullptr;
-    cJSON_ArrayForEach(item, member) {
-        if (!send_member(item)) ok = false;  // the remaining members are still sent
+    if (member == nullptr) return -1;
+    if (reply == nullptr || area_bytes() == nullptr || !cJSON_IsObject(member)) {
+        json_answer_false(reply, member->string);
+        return -1;
     }
-    if (!ok) return fail_section(member, reply);
-    cJSON* answer = cJSON_CreateObject();
-    if (!answer) return fail_section(member, reply);
-    answer_all(answer, ai, true);
-    cJSON_AddItemToObject(reply, member->string, answer);
-    return 0;
+    FieldWrite ctx{nullptr, nullptr, reply};
+    if (fields_apply(kFields, ctx, member) != 0) {  // the good members are sent all the same
+        json_answer_false(reply, member->string);
+        return -1;
+    }
+    return block_answer(kFields, area_bytes(), member->string, reply, kInAfter);
 }
 
-int json_ai_get_ctrl(cJSON* member, cJSON* reply) {
-    const AiInfo* ai = sys_ai_info();
-    if (!member || !reply || !ai) return fail_section(member, reply);
-    if (cJSON_IsTrue(member)) {
-        cJSON* answer = cJSON_CreateObject();
-        if (!answer) return fail_section(member, reply);
-        answer_all(answer, ai, false);
-        cJSON_AddItemToObject(reply, member->string, answer);
-        return 0;
-    }
-    if (!cJSON_IsObject(member)) return fail_section(member, reply);
-    cJSON* answer = cJSON_CreateObject();
-    if (!answer) return fail_section(member, reply);
-    int result = 0;
-    cJSON* item = nullptr;
-    cJSON_ArrayForEach(item, member) {
-        if (!read_member(answer, item, ai)) result = -1;
-    }
-    cJSON_AddItemToObject(reply, member->string, answer);
-    return result;
-}
+int json_ai_get_ctrl(cJSON* member, cJSON* reply) { return fields_read(kFields, area_bytes(), member, reply); }

@@ -18,7 +18,11 @@
 #include "cgi/reply.h"
 #include "ipc/sys_port.h"
 #include "json/json_ai.h"
+#include "json/json_audio.h"
+#include "json/json_gb28181.h"
 #include "json/json_image.h"
+#include "json/json_ntp.h"
+#include "json/json_record.h"
 #include "json/json_section.h"
 #include "net/net_config.h"
 #include "support/log.h"
@@ -33,12 +37,12 @@ constexpr std::array<JsonSection, 18> kGetSections{{
     {"ndi", SectionValue::any, json_section_pending},
     {"full ndi", SectionValue::any, json_section_pending},
     {"srt", SectionValue::any, json_section_pending},
-    {"gb28181", SectionValue::any, json_section_pending},
-    {"FreeD", SectionValue::any, json_section_pending},
-    {"record", SectionValue::any, json_section_pending},
-    {"audio", SectionValue::any, json_section_pending},
+    {"gb28181", SectionValue::any, json_gb28181_get_ctrl},
+    {"FreeD", SectionValue::any, json_freed_get_ctrl},
+    {"record", SectionValue::any, json_record_get_ctrl},
+    {"audio", SectionValue::any, json_audio_get_ctrl},
     {"ai", SectionValue::any, json_section_refused},
-    {"NTP", SectionValue::any, json_section_pending},
+    {"NTP", SectionValue::any, json_ntp_get_ctrl},
     {"venc", SectionValue::object, json_section_pending},
     {"VencAbility", SectionValue::object, json_section_pending},
     {"ethernet", SectionValue::object, json_section_pending},
@@ -52,7 +56,7 @@ constexpr std::array<JsonSection, 18> kGetSections{{
 constexpr std::array<JsonSection, 18> kSetSections{{
     {"key", SectionValue::any, nullptr},
     {"venc", SectionValue::object, json_section_pending},
-    {"audio", SectionValue::object, json_section_pending},
+    {"audio", SectionValue::object, json_audio_set_ctrl},
     {"ai", SectionValue::object, json_ai_set_ctrl},
     {"ethernet", SectionValue::object, json_section_pending},
     {"image", SectionValue::object, json_image_set_ctrl},
@@ -60,14 +64,14 @@ constexpr std::array<JsonSection, 18> kSetSections{{
     {"rtmp", SectionValue::object, json_section_pending},
     {"rtp multicast", SectionValue::object, json_section_pending},
     {"file ctrl", SectionValue::object, json_section_pending},
-    {"NTP", SectionValue::object, json_section_pending},
+    {"NTP", SectionValue::object, json_ntp_set_ctrl},
     {"reg", SectionValue::object, json_section_pending},
     {"ndi", SectionValue::object, json_section_pending},
     {"full ndi", SectionValue::object, json_section_pending},
     {"srt", SectionValue::object, json_section_pending},
-    {"gb28181", SectionValue::object, json_section_pending},
-    {"FreeD", SectionValue::object, json_section_pending},
-    {"record", SectionValue::object, json_section_pending},
+    {"gb28181", SectionValue::object, json_gb28181_set_ctrl},
+    {"FreeD", SectionValue::object, json_freed_set_ctrl},
+    {"record", SectionValue::object, json_record_set_ctrl},
 }};
 
 // ---- access key -----------------------------------------------------------------

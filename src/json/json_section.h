@@ -9,6 +9,7 @@
 
 #include <cjson/cJSON.h>
 
+#include "records/records.h"
 #include "support/words.h"
 
 
@@ -70,3 +71,117 @@ int json_section_walk(cJSON* member, cJSON* reply, Each&& each) {
     json_answer(reply, member->string, answer);
     return result;
 }
+
+// ---- field tables over a record block ------------------------------------------
+// A settings section is a table of keys over one block of a record: each row
+// names its key, its place in the block and its JSON form. One reader answers
+// a request from the table, one writer applies a request to a copy of the
+// block; rows with an algorithm of their own name a function.
+
+enum class FieldForm : uint8_t {
+    u8, u16, i16, i32, u32,  // numbers of that width, little-endian
+    text,                    // zero-terminated text of `size` bytes
+    ipv4,                    // u32 in network byte order, dotted text in JSON
+    mac,                     // 6 bytes, "%02x:%02x:%02x:%02x:%02x:%02x" in JSON
+    words,                   // a u8/u32 code (by `size`: 1 or 4) answered as its word
+    own,                     // read and written by the row's functions only
+};
+
+// Which answers a row takes part in: the whole section (value true), a
+// request naming the key, and the answer after a write. Bits.
+inline constexpr uint8_t kInWhole = 1;
+inline constexpr uint8_t kInKeyed = 2;
+inline constexpr uint8_t kInAfter = 4;
+inline constexpr uint8_t kInAll = kInWhole | kInKeyed | kInAfter;
+
+struct Field;
+
+// What a row's write function works on: the working block, the section's own
+// state for the request, and the reply (for rows that answer for themselves).
+struct FieldWrite {
+    uint8_t* block;
+    void* extra;
+    cJSON* reply;
+};
+
+struct Field {
+    std::string_view name;
+    FieldForm form;
+    uint16_t offset = 0;
+    uint16_t size = 0;     // text capacity, or the width of a word code
+    Words words{};
+    bool writable = true;
+    uint8_t in = kInAll;
+    // An indexed row: the key is `name` directly followed by a decimal index
+    // below `count` ("task0".."task3"); the whole answer lists every index.
+    uint8_t count = 0;
+    int arg = 0;           // for the row's own functions
+    bool exact_name = false;  // answered under the row's spelling, not the request's
+    // Own reading: the answer, or null (false). `index` is the indexed row's.
+    cJSON* (*read)(const Field& row, const uint8_t* block, int index) = nullptr;
+    // Own writing: false refuses the member.
+    bool (*write)(const Field& row, FieldWrite& ctx, const cJSON* item, int index) = nullptr;
+    // Answered in the whole and after-write answers only when this holds.
+    bool (*shown)(const uint8_t* block) = nullptr;
+};
+using Fields = std::span<const Field>;
+
+// How a section reads a request that is not `true`.
+struct ReadRules {
+    bool other_is_empty = false;   // a value neither true nor object: {} and 0 (else false, -1)
+    bool non_true_fails = true;    // a member not true: false and -1 (else false only)
+};
+
+// The value of a row as JSON, or null when it has none to give.
+cJSON* field_value(const Field& row, const uint8_t* block, int index = 0);
+// Takes a member's value into the block; false for a wrong type, a read-only
+// row, a text that does not fit or an address that does not parse. A word
+// the row's list does not know leaves the block as it was.
+bool field_store(const Field& row, FieldWrite& ctx, const cJSON* item, int index = 0);
+
+// Every row taking part in `in`, in table order, under the table's names.
+void fields_answer(Fields table, const uint8_t* block, cJSON* answer, uint8_t in);
+
+// Reads a section: `true` answers every whole-answer row in table order; an
+// object answers its members whose value is true, under the request's
+// spelling; a missing block answers the section false. 0 or -1.
+int fields_read(Fields table, const uint8_t* block, cJSON* member, cJSON* reply,
+                ReadRules rules = {});
+
+// Applies every member of `member` to the block in order, all of them even
+// after a refusal. When `answer` is given each member is answered there,
+// true when taken and false when refused. 0 when all were taken, else -1.
+int fields_apply(Fields table, FieldWrite& ctx, const cJSON* member, cJSON* answer = nullptr);
+
+// A block of the settings record that is sent whole with one command.
+struct SettingsBlock {
+    Fields fields;
+    size_t offset;   // in SysInfo
+    size_t size;
+    uint32_t command;
+};
+
+// The one writer of settings blocks: copies the block out of the record,
+// applies the members to the copy, and sends the copy. With `all_or_nothing`
+// a refused member (or a failed `check`) sends nothing; otherwise the taken
+// members are sent all the same. With `only_changed` a copy equal to the
+// stored block is not sent. 0 when every member was taken and the block
+// sent (or left unsent as unchanged), else -1.
+struct BlockRules {
+    bool all_or_nothing = true;
+    bool only_changed = false;
+    bool (*check)(const uint8_t* work) = nullptr;
+};
+inline constexpr size_t kBlockMax = 1024;  // the largest block a section sends, with room
+int block_write(const SettingsBlock& block, const cJSON* member, FieldWrite& ctx, BlockRules rules = {});
+
+// A section that is one block: block_write, then the section answered false,
+// or whole from the record as it now stands. 0 or -1.
+int block_section_write(const SettingsBlock& block, cJSON* member, cJSON* reply, BlockRules rules = {});
+
+// The stored block of the settings record, or null when the record is not there.
+const uint8_t* block_stored(const SettingsBlock& block);
+
+// The whole section `key` answered from `block` (the after-write answer with
+// kInAfter), or false when the block is missing. 0 or -1.
+int block_answer(Fields table, const uint8_t* block, const char* key, cJSON* reply, uint8_t in);

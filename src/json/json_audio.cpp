@@ -1,0 +1,134 @@
+// The "audio" section: the audio block of the settings record, written whole
+// with one command when it changed, and the volume and the HDMI and NDI audio
+// switches with a command each.
+#include "json/json_audio.h"
+
+#include <array>
+#include <cstddef>
+
+#include "ipc/sys_port.h"
+#include "json/json_section.h"
+
+namespace {
+
+constexpr uint32_t kCmdAudioBlock = 57;
+constexpr uint32_t kCmdVolume = 58;
+constexpr uint32_t kCmdHdmiAudio = 59;
+constexpr uint32_t kCmdNdiAudio = 60;
+
+constexpr int kCodecAac = 5;
+constexpr int kCodecOpus = 6;
+constexpr uint32_t kCompressedBitrate = 96000;
+
+constexpr WordCode kInputs[] = {{"LineIn", 0}, {"Mic", 1}};
+// The per-key reading of "inputSel" looks at the sound mode, the other way round.
+constexpr WordCode kInputsBySoundMode[] = {{"Mic", 0}, {"LineIn", 1}};
+constexpr WordCode kSoundModes[] = {{"Mono", 0}, {"Stereo", 1}};
+constexpr WordCode kCodecs[] = {{"G711A", 0}, {"G711U", 1}, {"ADPCMA", 2}, {"G726", 3},
+                                {"LPCM", 4},  {"AAC", 5},   {"OPUS", 6}};
+
+// Volume, HDMI audio and NDI audio are not part of the block's command: they
+// are kept aside (absent as -1) for commands of their own, in this order.
+struct Aside {
+    uint32_t command;
+};
+constexpr std::array<Aside, 3> kAside{{{kCmdVolume}, {kCmdHdmiAudio}, {kCmdNdiAudio}}};
+using AsideValues = std::array<int32_t, kAside.size()>;
+
+bool keep_aside(const Field& row, FieldWrite& ctx, const cJSON* item, int) {
+    if (!cJSON_IsNumber(item)) return false;
+    (*static_cast<AsideValues*>(ctx.extra))[static_cast<size_t>(row.arg)] = item->valueint;
+    return true;
+}
+
+// A codec word zeroes the bit rate first; AAC and OPUS then bring their own.
+// An unknown word keeps the codec, with the bit rate already zeroed.
+bool write_codec(const Field& row, FieldWrite& ctx, const cJSON* item, int) {
+    if (!cJSON_IsString(item)) return false;
+    auto* audio = reinterpret_cast<AudioParams*>(ctx.block);
+    audio->bitrate = 0;
+    const WordCode* codec = word_find(row.words, item->valuestring);
+    if (codec == nullptr) return true;
+    audio->encMode = static_cast<uint32_t>(codec->code);
+    if (codec->code == kCodecAac || codec->code == kCodecOpus) audio->bitrate = kCompressedBitrate;
+    return true;
+}
+
+bool compressed(const uint8_t* block) {
+    const auto* audio = reinterpret_cast<const AudioParams*>(block);
+    return audio->encMode == kCodecAac || audio->encMode == kCodecOpus;
+}
+
+constexpr Field words(std::string_view key, uint16_t offset, Words list, uint8_t in = kInAll) {
+    Field f{key, FieldForm::words, offset, 4, list};
+    f.in = in;
+    return f;
+}
+constexpr Field number(std::string_view key, FieldForm form, uint16_t offset, uint8_t in = kInAll) {
+    Field f{key, form, offset};
+    f.in = in;
+    return f;
+}
+constexpr Field aside(std::string_view key, FieldForm form, uint16_t offset, int slot) {
+    Field f{key, form, offset};
+    f.arg = slot;
+    f.write = keep_aside;
+    return f;
+}
+constexpr Field read_only(Field f) {
+    f.writable = false;
+    return f;
+}
+
+constexpr uint8_t kRead = kInWhole | kInKeyed;
+
+constexpr auto kFields = std::to_array<Field>({
+    words("inputSel", offsetof(AudioParams, inputSel), kInputs, kInWhole),
+    number("enable", FieldForm::i32, offsetof(AudioParams, enable)),
+    number("samplerate", FieldForm::u32, offsetof(AudioParams, samplerate)),
+    number("bitwidth", FieldForm::u32, offsetof(AudioParams, bitwidth)),
+    words("soundMode", offsetof(AudioParams, soundMode), kSoundModes),
+    [] {
+        Field f = words("encMode", offsetof(AudioParams, encMode), kCodecs);
+        f.write = write_codec;
+        return f;
+    }(),
+    number("bitrate", FieldForm::u32, offsetof(AudioParams, bitrate), kRead),
+    [] {
+        Field f = read_only(number("bitrate", FieldForm::u32, offsetof(AudioParams, bitrate), kInAfter));
+        f.shown = compressed;
+        return f;
+    }(),
+    aside("volume", FieldForm::u16, offsetof(AudioParams, volume), 0),
+    aside("hdmiAudEn", FieldForm::u8, offsetof(AudioParams, hdmiAudEn), 1),
+    aside("ndiAudEn", FieldForm::u8, offsetof(AudioParams, ndiAudEn), 2),
+    read_only(words("inputSel", offsetof(AudioParams, soundMode), kInputsBySoundMode, kInKeyed)),
+});
+
+constexpr SettingsBlock kBlock{kFields, offsetof(SysInfo, audio), sizeof(AudioParams), kCmdAudioBlock};
+
+}  // namespace
+
+int json_audio_get_ctrl(cJSON* member, cJSON* reply) {
+    return fields_read(kFields, block_stored(kBlock), member, reply);
+}
+
+int json_audio_set_ctrl(cJSON* member, cJSON* reply) {
+    if (member == nullptr) return -1;
+    if (block_stored(kBlock) == nullptr) {
+        json_answer_false(reply, member->string);
+        return -1;
+    }
+    AsideValues aside{-1, -1, -1};
+    FieldWrite ctx{nullptr, &aside, reply};
+    int result = block_write(kBlock, member, ctx, {.all_or_nothing = false, .only_changed = true});
+    for (size_t i = 0; i < kAside.size(); ++i) {
+        if (aside[i] == -1) continue;
+        if (sys_send(kAside[i].command, &aside[i], sizeof aside[i]) != 0) result = -1;
+    }
+    if (result != 0) {
+        json_answer_false(reply, member->string);
+        return -1;
+    }
+    return block_answer(kFields, block_stored(kBlock), member->string, reply, kInAfter);
+}

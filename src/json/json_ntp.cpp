@@ -1,0 +1,73 @@
+// The "NTP" section: the time client's block of the settings record. It is
+// the one block written straight into the shared record; the command that
+// follows tells the system server to take it up.
+#include "json/json_ntp.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstddef>
+
+#include "ipc/sys_port.h"
+#include "json/json_section.h"
+
+namespace {
+
+constexpr uint32_t kCmdNtp = 70;
+constexpr const char* kReadyFile = "/tmp/ntpready";  // made by the time service once in step
+
+// 1 once the time service has synchronised.
+cJSON* read_state(const Field&, const uint8_t*, int) {
+    return cJSON_CreateNumber(access(kReadyFile, F_OK) == 0 ? 1 : 0);
+}
+
+constexpr Field number(std::string_view key, uint16_t offset) { return {key, FieldForm::u32, offset}; }
+
+constexpr auto kFields = std::to_array<Field>({
+    number("enable", offsetof(NtpParams, enable)),
+    {"server address", FieldForm::text, offsetof(NtpParams, serverAddress), sizeof(NtpParams::serverAddress)},
+    number("port", offsetof(NtpParams, port)),
+    number("update interval", offsetof(NtpParams, updateInterval)),
+    [] {
+        Field f{"state", FieldForm::own};
+        f.writable = false;
+        f.in = kInKeyed;
+        f.read = read_state;
+        return f;
+    }(),
+});
+
+uint8_t* stored_block() {
+    SysInfo* info = sys_info();
+    return info != nullptr ? reinterpret_cast<uint8_t*>(&info->ntp) : nullptr;
+}
+
+}  // namespace
+
+int json_ntp_get_ctrl(cJSON* member, cJSON* reply) {
+    return fields_read(kFields, stored_block(), member, reply, {.non_true_fails = false});
+}
+
+// Each member lands in the record as it comes and is answered true; a
+// refused one (wrong type, unknown key, a server address too long for its
+// field) answers false and nothing is sent, what was written staying. When
+// all were taken, the command goes out and the taken members are answered
+// with their values.
+int json_ntp_set_ctrl(cJSON* member, cJSON* reply) {
+    if (member == nullptr) return -1;
+    uint8_t* block = stored_block();
+    cJSON* taken = block != nullptr ? cJSON_CreateObject() : nullptr;
+    if (taken == nullptr) {
+        json_answer_false(reply, member->string);
+        return -1;
+    }
+    taken->string = member->string;  // borrowed for the reading below
+    FieldWrite ctx{block, nullptr, reply};
+    int result = fields_apply(kFields, ctx, member, taken);
+    if (result == 0 && sys_send(kCmdNtp, block, sizeof(NtpParams)) != 0) result = -1;
+    if (result == 0) result = fields_read(kFields, block, taken, reply, {.non_true_fails = false});
+    else json_answer_false(reply, member->string);
+    taken->string = nullptr;
+    cJSON_Delete(taken);
+    return result;
+}
