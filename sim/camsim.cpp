@@ -42,16 +42,60 @@ constexpr std::string_view kVersion = "V1.4.2";
 // ---- image settings ---------------------------------------------------------
 
 enum class Reg : uint8_t {
-    FocusMode, FocusArea, FocusDistance, FocusSens, AbsFocus,
-    ExpMode, Shutter, AntiFlicker, ExpBright, Iris, Gain, GainLimit,
-    WbMode, RGain, BGain, ColorTemp, RegC0,
-    Mirror, Flip, Freeze, Backlight, Gamma, DZoom, WdrEnable, WdrLevel,
-    Brightness, Sharpness, Contrast, Saturation,
-    DcIris, IrAuto, IrCut, NdFilter, Nr2d, Nr3d,
-    VoFormat, Sdi1Format, Sdi2Format, Phantom,
-    GenlockStatus, GenlockPhase, GenlockStep, GenlockVertical,
-    Tally, FeatureSize, FpgaMode, FeatureSet, FeaturePos1, FeaturePos2,
-    FrameRate, PresetZoomSpeed, PresetMoveSpeed, Install, PtLimit,
+    FocusMode,
+    FocusArea,
+    FocusDistance,
+    FocusSens,
+    AbsFocus,
+    ExpMode,
+    Shutter,
+    AntiFlicker,
+    ExpBright,
+    Iris,
+    Gain,
+    GainLimit,
+    WbMode,
+    RGain,
+    BGain,
+    ColorTemp,
+    RegC0,
+    Mirror,
+    Flip,
+    Freeze,
+    Backlight,
+    Gamma,
+    DZoom,
+    WdrEnable,
+    WdrLevel,
+    Brightness,
+    Sharpness,
+    Contrast,
+    Saturation,
+    DcIris,
+    IrAuto,
+    IrCut,
+    NdFilter,
+    Nr2d,
+    Nr3d,
+    VoFormat,
+    Sdi1Format,
+    Sdi2Format,
+    Phantom,
+    GenlockStatus,
+    GenlockPhase,
+    GenlockStep,
+    GenlockVertical,
+    Tally,
+    FeatureSize,
+    FpgaMode,
+    FeatureSet,
+    FeaturePos1,
+    FeaturePos2,
+    FrameRate,
+    PresetZoomSpeed,
+    PresetMoveSpeed,
+    Install,
+    PtLimit,
     Count,
 };
 
@@ -64,21 +108,60 @@ struct Default {
 
 // Power-on image settings, in the camera's own numbers.
 constexpr Default kDefaults[] = {
-    {Reg::FocusMode, 0}, {Reg::FocusArea, 0}, {Reg::FocusDistance, 2}, {Reg::FocusSens, 2},
-    {Reg::AbsFocus, 0}, {Reg::ExpMode, 0}, {Reg::Shutter, 11}, {Reg::AntiFlicker, 0},
-    {Reg::ExpBright, 7}, {Reg::Iris, 5}, {Reg::Gain, 0}, {Reg::GainLimit, 15},
-    {Reg::WbMode, 0}, {Reg::RGain, 0x80}, {Reg::BGain, 0x80}, {Reg::ColorTemp, 5000},
-    {Reg::RegC0, 0}, {Reg::Mirror, 0}, {Reg::Flip, 0}, {Reg::Freeze, 0}, {Reg::Backlight, 0},
-    {Reg::Gamma, 0}, {Reg::DZoom, 0}, {Reg::WdrEnable, 0}, {Reg::WdrLevel, 3},
-    {Reg::Brightness, 7}, {Reg::Sharpness, 7}, {Reg::Contrast, 7}, {Reg::Saturation, 7},
-    {Reg::DcIris, 0x03}, {Reg::IrAuto, 1}, {Reg::IrCut, 0x03}, {Reg::NdFilter, 0},
-    {Reg::Nr2d, 2}, {Reg::Nr3d, 2},
-    {Reg::VoFormat, 0x1D}, {Reg::Sdi1Format, 0x06}, {Reg::Sdi2Format, 0x06}, {Reg::Phantom, 0x03},
-    {Reg::GenlockStatus, 0}, {Reg::GenlockPhase, 0}, {Reg::GenlockStep, 1}, {Reg::GenlockVertical, 0},
-    {Reg::Tally, 8}, {Reg::FeatureSize, 0}, {Reg::FpgaMode, 0}, {Reg::FeatureSet, 0},
-    {Reg::FeaturePos1, 0}, {Reg::FeaturePos2, 0},
-    {Reg::FrameRate, 30}, {Reg::PresetZoomSpeed, 16}, {Reg::PresetMoveSpeed, 16},
-    {Reg::Install, 0}, {Reg::PtLimit, 0},
+    {Reg::FocusMode, 0},
+    {Reg::FocusArea, 0},
+    {Reg::FocusDistance, 2},
+    {Reg::FocusSens, 2},
+    {Reg::AbsFocus, 0},
+    {Reg::ExpMode, 0},
+    {Reg::Shutter, 11},
+    {Reg::AntiFlicker, 0},
+    {Reg::ExpBright, 7},
+    {Reg::Iris, 5},
+    {Reg::Gain, 0},
+    {Reg::GainLimit, 15},
+    {Reg::WbMode, 0},
+    {Reg::RGain, 0x80},
+    {Reg::BGain, 0x80},
+    {Reg::ColorTemp, 5000},
+    {Reg::RegC0, 0},
+    {Reg::Mirror, 0},
+    {Reg::Flip, 0},
+    {Reg::Freeze, 0},
+    {Reg::Backlight, 0},
+    {Reg::Gamma, 0},
+    {Reg::DZoom, 0},
+    {Reg::WdrEnable, 0},
+    {Reg::WdrLevel, 3},
+    {Reg::Brightness, 7},
+    {Reg::Sharpness, 7},
+    {Reg::Contrast, 7},
+    {Reg::Saturation, 7},
+    {Reg::DcIris, 0x03},
+    {Reg::IrAuto, 1},
+    {Reg::IrCut, 0x03},
+    {Reg::NdFilter, 0},
+    {Reg::Nr2d, 2},
+    {Reg::Nr3d, 2},
+    {Reg::VoFormat, 0x1D},
+    {Reg::Sdi1Format, 0x06},
+    {Reg::Sdi2Format, 0x06},
+    {Reg::Phantom, 0x03},
+    {Reg::GenlockStatus, 0},
+    {Reg::GenlockPhase, 0},
+    {Reg::GenlockStep, 1},
+    {Reg::GenlockVertical, 0},
+    {Reg::Tally, 8},
+    {Reg::FeatureSize, 0},
+    {Reg::FpgaMode, 0},
+    {Reg::FeatureSet, 0},
+    {Reg::FeaturePos1, 0},
+    {Reg::FeaturePos2, 0},
+    {Reg::FrameRate, 30},
+    {Reg::PresetZoomSpeed, 16},
+    {Reg::PresetMoveSpeed, 16},
+    {Reg::Install, 0},
+    {Reg::PtLimit, 0},
 };
 
 // Video output format codes the firmware knows (code - 1 indexes its table).
@@ -87,8 +170,7 @@ constexpr uint8_t kFormatCodes[] = {
     0x1D, 0x1E, 0x1F, 0x20, 0x21, 0x22, 0x23, 0x24, 0x25, 0x26, 0x2A, 0x2B, 0x2E, 0x2F,
 };
 
-bool known_format(int code)
-{
+bool known_format(int code) {
     return std::find(std::begin(kFormatCodes), std::end(kFormatCodes), code) != std::end(kFormatCodes);
 }
 
@@ -121,23 +203,19 @@ struct Axis {
     double rate = 0;  // units per second (signed while driving)
     double target = 0;
 
-    void drive(double signed_rate)
-    {
+    void drive(double signed_rate) {
         mode = signed_rate == 0 ? Mode::Idle : Mode::Drive;
         rate = signed_rate;
     }
-    void go(double where, double speed)
-    {
+    void go(double where, double speed) {
         target = std::clamp(where, lo, hi);
         rate = speed;
         mode = Mode::Target;
     }
-    void step(double dt)
-    {
+    void step(double dt) {
         if (mode == Mode::Drive) {
             pos = std::clamp(pos + rate * dt, lo, hi);
-            if (pos == lo || pos == hi)
-                mode = Mode::Idle;
+            if (pos == lo || pos == hi) mode = Mode::Idle;
         } else if (mode == Mode::Target) {
             const double d = target - pos;
             const double move = rate * dt;
@@ -178,30 +256,21 @@ struct Camera {
 
     int& at(Reg r) { return reg[static_cast<size_t>(r)]; }
 
-    void reset_image()
-    {
-        for (const Default& d : kDefaults)
-            at(d.reg) = d.value;
+    void reset_image() {
+        for (const Default& d : kDefaults) at(d.reg) = d.value;
     }
 
     // One-push white balance shows 3 while it measures, then settles to manual.
-    void settle()
-    {
-        if (at(Reg::WbMode) == 3 && Clock::now() >= one_push_done)
-            at(Reg::WbMode) = 5;
+    void settle() {
+        if (at(Reg::WbMode) == 3 && Clock::now() >= one_push_done) at(Reg::WbMode) = 5;
     }
 
-    AiInfo* ai()
-    {
-        if (!store || !store->data())
-            return nullptr;
+    AiInfo* ai() {
+        if (!store || !store->data()) return nullptr;
         return reinterpret_cast<AiInfo*>(store->at(offsetof(SysStore, ai), sizeof(AiInfo)));
     }
 
-    Position position() const
-    {
-        return {pan.value(), tilt.value(), zoom.value(), focus.value()};
-    }
+    Position position() const { return {pan.value(), tilt.value(), zoom.value(), focus.value()}; }
 };
 
 // ---- packet patterns --------------------------------------------------------
@@ -215,11 +284,9 @@ struct Capture {
     std::array<uint8_t, 16> bits{};
     size_t count = 0;
 
-    int value(size_t from = 0, size_t n = 16) const
-    {
+    int value(size_t from = 0, size_t n = 16) const {
         int v = 0;
-        for (size_t i = from; i < count && i < from + n; ++i)
-            v = (v << bits[i]) | item[i];
+        for (size_t i = from; i < count && i < from + n; ++i) v = (v << bits[i]) | item[i];
         return v;
     }
 };
@@ -242,16 +309,13 @@ struct Compiled {
     const Rule* rule;
 };
 
-bool match(const Compiled& c, const uint8_t* pkt, size_t len, Capture& cap)
-{
-    if (c.tok.size() != len)
-        return false;
+bool match(const Compiled& c, const uint8_t* pkt, size_t len, Capture& cap) {
+    if (c.tok.size() != len) return false;
     cap.count = 0;
     for (size_t i = 0; i < len; ++i) {
         const int t = c.tok[i];
         if (t >= 0) {
-            if (pkt[i] != t)
-                return false;
+            if (pkt[i] != t) return false;
         } else if (t == -2 && pkt[i] > 0x0F) {
             return false;
         }
@@ -271,8 +335,7 @@ Bytes syntax_error() { return {0x90, 0x60, 0x02, 0xFF}; }
 Bytes not_executable() { return {0x90, 0x61, 0x41, 0xFF}; }
 
 // First-byte form: as long as the inquiry, the value first, the end FF.
-Bytes first_byte(int v, size_t len)
-{
+Bytes first_byte(int v, size_t len) {
     Bytes r(std::max<size_t>(len, 3), 0);
     r[0] = static_cast<uint8_t>(v);
     r.back() = 0xFF;
@@ -280,8 +343,7 @@ Bytes first_byte(int v, size_t len)
 }
 
 // 16-bit little-endian word in bytes 0-1.
-Bytes word16(int v, size_t len)
-{
+Bytes word16(int v, size_t len) {
     Bytes r(std::max<size_t>(len, 3), 0);
     r[0] = static_cast<uint8_t>(v & 0xFF);
     r[1] = static_cast<uint8_t>((v >> 8) & 0xFF);
@@ -291,17 +353,13 @@ Bytes word16(int v, size_t len)
 
 Bytes completion_byte(int v) { return {0x90, 0x50, static_cast<uint8_t>(v), 0xFF}; }
 
-void put_nibbles(Bytes& r, int v)
-{
-    for (int shift = 12; shift >= 0; shift -= 4)
-        r.push_back(static_cast<uint8_t>((v >> shift) & 0x0F));
+void put_nibbles(Bytes& r, int v) {
+    for (int shift = 12; shift >= 0; shift -= 4) r.push_back(static_cast<uint8_t>((v >> shift) & 0x0F));
 }
 
-Bytes completion_nibbles(std::initializer_list<int> values)
-{
+Bytes completion_nibbles(std::initializer_list<int> values) {
     Bytes r{0x90, 0x50};
-    for (int v : values)
-        put_nibbles(r, v);
+    for (int v : values) put_nibbles(r, v);
     r.push_back(0xFF);
     return r;
 }
@@ -310,22 +368,18 @@ Bytes completion_nibbles(std::initializer_list<int> values)
 
 bool in_range(const Rule& r, int v) { return v >= r.lo && v <= r.hi; }
 
-std::optional<int> mapped(const Map& m, int sent)
-{
+std::optional<int> mapped(const Map& m, int sent) {
     for (size_t i = 0; i < m.count; ++i)
-        if (m.entries[i].sent == sent)
-            return m.entries[i].own;
+        if (m.entries[i].sent == sent) return m.entries[i].own;
     return std::nullopt;
 }
 
 // Stores the captured value (through the rule's map when it has one).
-Bytes set_reg(Camera& cam, const Rule& r, const Capture& c, const uint8_t*, size_t)
-{
+Bytes set_reg(Camera& cam, const Rule& r, const Capture& c, const uint8_t*, size_t) {
     int v = c.value();
     if (r.map.count) {
         const auto own = mapped(r.map, v);
-        if (!own)
-            return syntax_error();
+        if (!own) return syntax_error();
         v = *own;
     } else if (!in_range(r, v)) {
         return syntax_error();
@@ -334,51 +388,40 @@ Bytes set_reg(Camera& cam, const Rule& r, const Capture& c, const uint8_t*, size
     return completion();
 }
 
-Bytes get_first_byte(Camera& cam, const Rule& r, const Capture&, const uint8_t*, size_t len)
-{
+Bytes get_first_byte(Camera& cam, const Rule& r, const Capture&, const uint8_t*, size_t len) {
     cam.settle();
     return first_byte(cam.at(r.reg), len);
 }
 
-Bytes get_word(Camera& cam, const Rule& r, const Capture&, const uint8_t*, size_t len)
-{
+Bytes get_word(Camera& cam, const Rule& r, const Capture&, const uint8_t*, size_t len) {
     return word16(cam.at(r.reg), len);
 }
 
-Bytes get_completion_byte(Camera& cam, const Rule& r, const Capture&, const uint8_t*, size_t)
-{
+Bytes get_completion_byte(Camera& cam, const Rule& r, const Capture&, const uint8_t*, size_t) {
     return completion_byte(cam.at(r.reg));
 }
 
-Bytes get_completion_word(Camera& cam, const Rule& r, const Capture&, const uint8_t*, size_t)
-{
+Bytes get_completion_word(Camera& cam, const Rule& r, const Capture&, const uint8_t*, size_t) {
     return completion_nibbles({cam.at(r.reg)});
 }
 
-Bytes ack(Camera&, const Rule& r, const Capture& c, const uint8_t*, size_t)
-{
-    if (r.map.count && !mapped(r.map, c.value()))
-        return syntax_error();
+Bytes ack(Camera&, const Rule& r, const Capture& c, const uint8_t*, size_t) {
+    if (r.map.count && !mapped(r.map, c.value())) return syntax_error();
     return completion();
 }
 
 // ---- special handlers ------------------------------------------------------
 
-Bytes set_wb(Camera& cam, const Rule& r, const Capture& c, const uint8_t*, size_t)
-{
+Bytes set_wb(Camera& cam, const Rule& r, const Capture& c, const uint8_t*, size_t) {
     const int v = c.value();
-    if (!in_range(r, v))
-        return syntax_error();
+    if (!in_range(r, v)) return syntax_error();
     cam.at(Reg::WbMode) = v;
-    if (v == 3)
-        cam.one_push_done = Clock::now() + std::chrono::milliseconds(45);
+    if (v == 3) cam.one_push_done = Clock::now() + std::chrono::milliseconds(45);
     return completion();
 }
 
-Bytes set_format(Camera& cam, const Rule& r, const Capture& c, const uint8_t*, size_t)
-{
-    if (!known_format(c.value()))
-        return syntax_error();
+Bytes set_format(Camera& cam, const Rule& r, const Capture& c, const uint8_t*, size_t) {
+    if (!known_format(c.value())) return syntax_error();
     cam.at(r.reg) = c.value();
     return completion();
 }
@@ -386,8 +429,7 @@ Bytes set_format(Camera& cam, const Rule& r, const Capture& c, const uint8_t*, s
 // Selector 74 is shared by the second SDI output and the feature size:
 // "00 v" is a feature size; two nibbles naming a known format are an output
 // format. A packet that reads both ways sets both.
-Bytes set_sdi2_or_feature_size(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t)
-{
+Bytes set_sdi2_or_feature_size(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t) {
     const int hi = c.item[0], lo = c.item[1];
     bool taken = false;
     if (hi == 0) {
@@ -403,8 +445,7 @@ Bytes set_sdi2_or_feature_size(Camera& cam, const Rule&, const Capture& c, const
 
 // Read so that both readers find their value: the format code is the first
 // byte, the feature size the completion byte.
-Bytes get_sdi2_and_feature_size(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t len)
-{
+Bytes get_sdi2_and_feature_size(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t len) {
     Bytes r(std::max<size_t>(len, 4), 0);
     r[0] = static_cast<uint8_t>(cam.at(Reg::Sdi2Format));
     r[1] = 0x50;
@@ -413,36 +454,29 @@ Bytes get_sdi2_and_feature_size(Camera& cam, const Rule&, const Capture&, const 
     return r;
 }
 
-Bytes set_feature_pos(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t)
-{
+Bytes set_feature_pos(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t) {
     cam.at(Reg::FeaturePos1) = c.value(0, 4);
     cam.at(Reg::FeaturePos2) = c.value(4, 4);
     return completion();
 }
 
-Bytes get_feature_pos(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t)
-{
+Bytes get_feature_pos(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t) {
     return completion_nibbles({cam.at(Reg::FeaturePos1), cam.at(Reg::FeaturePos2)});
 }
 
-Bytes get_ircut(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t)
-{
+Bytes get_ircut(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t) {
     return completion_byte(cam.at(Reg::IrCut));
 }
 
-Bytes set_ai(Camera& cam, const Rule& r, const Capture& c, const uint8_t*, size_t)
-{
+Bytes set_ai(Camera& cam, const Rule& r, const Capture& c, const uint8_t*, size_t) {
     const int v = c.value();
-    if (!in_range(r, v))
-        return syntax_error();
-    if (AiInfo* ai = cam.ai())
-        reinterpret_cast<uint8_t*>(ai)[r.aux] = static_cast<uint8_t>(v);
+    if (!in_range(r, v)) return syntax_error();
+    if (AiInfo* ai = cam.ai()) reinterpret_cast<uint8_t*>(ai)[r.aux] = static_cast<uint8_t>(v);
     return completion();
 }
 
 // Lens drives: 00 stop, 02/03 standard speed, 2p/3p variable speed.
-void drive_lens(Axis& axis, int code)
-{
+void drive_lens(Axis& axis, int code) {
     const int dir = code >> 4;
     int speed = code & 0x0F;
     if (code == 0x02 || code == 0x03) {
@@ -460,37 +494,29 @@ void drive_lens(Axis& axis, int code)
         axis.drive(-rate);
 }
 
-bool lens_drive_ok(int code)
-{
+bool lens_drive_ok(int code) {
     return code == 0 || code == 2 || code == 3 || (code >> 4) == 2 || (code >> 4) == 3;
 }
 
-Bytes zoom_drive(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t)
-{
-    if (!lens_drive_ok(c.value()))
-        return syntax_error();
+Bytes zoom_drive(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t) {
+    if (!lens_drive_ok(c.value())) return syntax_error();
     drive_lens(cam.zoom, c.value());
     return completion();
 }
 
-Bytes focus_drive(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t)
-{
-    if (!lens_drive_ok(c.value()))
-        return syntax_error();
+Bytes focus_drive(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t) {
+    if (!lens_drive_ok(c.value())) return syntax_error();
     drive_lens(cam.focus, c.value());
     return completion();
 }
 
-Bytes zoom_direct(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t)
-{
+Bytes zoom_direct(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t) {
     cam.zoom.go(c.value(0, 4), kLensAbsRate);
-    if (c.count == 8)
-        cam.focus.go(c.value(4, 4), kLensAbsRate);
+    if (c.count == 8) cam.focus.go(c.value(4, 4), kLensAbsRate);
     return completion();
 }
 
-Bytes focus_direct(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t)
-{
+Bytes focus_direct(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t) {
     cam.focus.go(c.value(), kLensAbsRate);
     return completion();
 }
@@ -498,12 +524,10 @@ Bytes focus_direct(Camera& cam, const Rule&, const Capture& c, const uint8_t*, s
 // Pan-tilt drive: VV WW speeds, then pan (01 left, 02 right, 03 stop) and
 // tilt (01 up, 02 down, 03 stop). Speeds beyond the head's 24 steps are
 // taken as the fastest.
-Bytes pt_drive(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t)
-{
+Bytes pt_drive(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t) {
     const int vv = std::clamp(c.item[0], 1, 0x18), ww = std::clamp(c.item[1], 1, 0x18);
     const int x = c.item[2], y = c.item[3];
-    if (x < 1 || x > 3 || y < 1 || y > 3)
-        return syntax_error();
+    if (x < 1 || x > 3 || y < 1 || y > 3) return syntax_error();
     constexpr double per_step = 65536.0 / 24;  // fastest: the whole range in one second
     cam.pan.drive(x == 3 ? 0 : (x == 1 ? -vv : vv) * per_step);
     cam.tilt.drive(y == 3 ? 0 : (y == 1 ? ww : -ww) * per_step);
@@ -512,33 +536,28 @@ Bytes pt_drive(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_
 
 int16_t signed16(int v) { return static_cast<int16_t>(static_cast<uint16_t>(v)); }
 
-Bytes pt_absolute(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t)
-{
+Bytes pt_absolute(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t) {
     cam.pan.go(signed16(c.value(2, 4)), kHeadAbsRate);
     cam.tilt.go(signed16(c.value(6, 4)), kHeadAbsRate);
     return completion();
 }
 
-Bytes pt_home(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t)
-{
+Bytes pt_home(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t) {
     cam.pan.go(0, kHeadAbsRate);
     cam.tilt.go(0, kHeadAbsRate);
     return completion();
 }
 
-Bytes get_zoom_pos(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t len)
-{
+Bytes get_zoom_pos(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t len) {
     return word16(cam.zoom.value(), len);
 }
 
-Bytes get_focus_pos(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t len)
-{
+Bytes get_focus_pos(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t len) {
     return word16(cam.focus.value(), len);
 }
 
 // Pan in bytes 0-1, tilt in bytes 4-5, both little-endian signed 16-bit.
-Bytes get_pt_pos(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t)
-{
+Bytes get_pt_pos(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t) {
     Bytes r(8, 0);
     const auto p = static_cast<uint16_t>(signed16(cam.pan.value()));
     const auto t = static_cast<uint16_t>(signed16(cam.tilt.value()));
@@ -550,17 +569,13 @@ Bytes get_pt_pos(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_
     return r;
 }
 
-Bytes preset_op(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t)
-{
+Bytes preset_op(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t) {
     const int action = c.item[0];
     const int n = c.value(1, 2);
     switch (action) {
-    case 0:
-        cam.presets[n] = cam.position();
-        return completion();
+    case 0: cam.presets[n] = cam.position(); return completion();
     case 1: {
-        if (!cam.presets[n])
-            return not_executable();
+        if (!cam.presets[n]) return not_executable();
         const Position& p = *cam.presets[n];
         cam.pan.go(p.pan, kHeadAbsRate);
         cam.tilt.go(p.tilt, kHeadAbsRate);
@@ -568,33 +583,26 @@ Bytes preset_op(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size
         cam.focus.go(p.focus, kLensAbsRate);
         return completion();
     }
-    case 2:
-        cam.presets[n].reset();
-        return completion();
-    default:
-        return syntax_error();
+    case 2: cam.presets[n].reset(); return completion();
+    default: return syntax_error();
     }
 }
 
-Bytes preset_query(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t len)
-{
+Bytes preset_query(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t len) {
     return first_byte(cam.presets[c.value()] ? 1 : 0, len);
 }
 
-Bytes image_reset(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t)
-{
+Bytes image_reset(Camera& cam, const Rule&, const Capture&, const uint8_t*, size_t) {
     cam.reset_image();
     return completion();
 }
 
-Bytes announce_addr(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t)
-{
+Bytes announce_addr(Camera& cam, const Rule&, const Capture& c, const uint8_t*, size_t) {
     cam.announced_addr = static_cast<uint32_t>(c.value());
     return completion();
 }
 
-Bytes get_encoder_addr(Camera&, const Rule&, const Capture&, const uint8_t*, size_t)
-{
+Bytes get_encoder_addr(Camera&, const Rule&, const Capture&, const uint8_t*, size_t) {
     Bytes r{0x90, 0x50};
     for (uint8_t octet : kEncoderBoardAddr) {
         r.push_back(octet >> 4);
@@ -604,8 +612,7 @@ Bytes get_encoder_addr(Camera&, const Rule&, const Capture&, const uint8_t*, siz
     return r;
 }
 
-Bytes get_version(Camera&, const Rule&, const Capture&, const uint8_t*, size_t)
-{
+Bytes get_version(Camera&, const Rule&, const Capture&, const uint8_t*, size_t) {
     Bytes r(kVersion.size() + 3, 0xFF);
     r[0] = 0x90;
     r[1] = 0x50;
@@ -615,14 +622,22 @@ Bytes get_version(Camera&, const Rule&, const Capture&, const uint8_t*, size_t)
 
 // ---- the packet table -------------------------------------------------------
 
-#define SET(pat, reg, lo, hi) {pat, set_reg, Reg::reg, {nullptr, 0}, lo, hi, 0}
-#define SETMAP(pat, reg, map) {pat, set_reg, Reg::reg, MAP(map), 0, 0xFFFF, 0}
-#define GETB(pat, reg) {pat, get_first_byte, Reg::reg}
-#define GETW(pat, reg) {pat, get_word, Reg::reg}
-#define GETP2(pat, reg) {pat, get_completion_byte, Reg::reg}
-#define GETP4(pat, reg) {pat, get_completion_word, Reg::reg}
-#define AI(pat, field, hi) {pat, set_ai, Reg::Count, {nullptr, 0}, 0, hi, static_cast<int>(offsetof(AiInfo, field))}
-#define DO(pat, fn) {pat, fn}
+#define SET(pat, reg, lo, hi) \
+    { pat, set_reg, Reg::reg, {nullptr, 0}, lo, hi, 0 }
+#define SETMAP(pat, reg, map) \
+    { pat, set_reg, Reg::reg, MAP(map), 0, 0xFFFF, 0 }
+#define GETB(pat, reg) \
+    { pat, get_first_byte, Reg::reg }
+#define GETW(pat, reg) \
+    { pat, get_word, Reg::reg }
+#define GETP2(pat, reg) \
+    { pat, get_completion_byte, Reg::reg }
+#define GETP4(pat, reg) \
+    { pat, get_completion_word, Reg::reg }
+#define AI(pat, field, hi) \
+    { pat, set_ai, Reg::Count, {nullptr, 0}, 0, hi, static_cast<int>(offsetof(AiInfo, field)) }
+#define DO(pat, fn) \
+    { pat, fn }
 
 const Rule kRules[] = {
     // focus
@@ -786,8 +801,7 @@ const Rule kRules[] = {
 #undef AI
 #undef DO
 
-std::vector<Compiled> compile_rules()
-{
+std::vector<Compiled> compile_rules() {
     std::vector<Compiled> out;
     for (const Rule& r : kRules) {
         Compiled c{{}, &r};
@@ -808,10 +822,8 @@ std::vector<Compiled> compile_rules()
     return out;
 }
 
-Bytes answer(Camera& cam, const std::vector<Compiled>& rules, const uint8_t* pkt, size_t len)
-{
-    if (len < 3 || pkt[0] != 0x81 || pkt[len - 1] != 0xFF)
-        return syntax_error();
+Bytes answer(Camera& cam, const std::vector<Compiled>& rules, const uint8_t* pkt, size_t len) {
+    if (len < 3 || pkt[0] != 0x81 || pkt[len - 1] != 0xFF) return syntax_error();
     Capture cap;
     for (const Compiled& c : rules) {
         if (match(c, pkt, len, cap)) {
@@ -824,8 +836,7 @@ Bytes answer(Camera& cam, const std::vector<Compiled>& rules, const uint8_t* pkt
 
 // ---- threads ---------------------------------------------------------------
 
-void send_reply(int qid, long to, int seq, const Bytes& bytes)
-{
+void send_reply(int qid, long to, int seq, const Bytes& bytes) {
     CamMsg m{};
     m.type = to;
     m.src = kOwnChannel;
@@ -841,8 +852,7 @@ void send_reply(int qid, long to, int seq, const Bytes& bytes)
     }
 }
 
-void serve(Camera& cam, int qid)
-{
+void serve(Camera& cam, int qid) {
     const std::vector<Compiled> rules = compile_rules();
     sim::Journal journal("visca.log");
     CamMsg msg;
@@ -850,26 +860,20 @@ void serve(Camera& cam, int qid)
         std::memset(&msg, 0, sizeof msg);
         const ssize_t n = ::msgrcv(qid, &msg, kCamMsgBody, kOwnChannel, MSG_NOERROR);
         if (n < 0) {
-            if (errno == EIDRM || errno == EINVAL)
-                qid = sim::queue_open(kCamMsgKey);
-            if (errno != EINTR)
-                sim::sleep_ms(50);
+            if (errno == EIDRM || errno == EINVAL) qid = sim::queue_open(kCamMsgKey);
+            if (errno != EINTR) sim::sleep_ms(50);
             continue;
         }
         const size_t len = static_cast<size_t>(std::clamp<int32_t>(msg.length, 0, sizeof msg.packet));
         journal.line(sim::hex_bytes(msg.packet, len));
 
         const auto sw = sim::read_switches("camsim.ctl");
-        if (sim::has_switch(sw, "silent"))
-            continue;
+        if (sim::has_switch(sw, "silent")) continue;
         const Bytes reply = msg.length > kViscaMax ? syntax_error() : answer(cam, rules, msg.packet, len);
-        if (msg.src <= 0)
-            continue;
-        if (len >= 2 && msg.packet[1] == 0x01 && sim::has_switch(sw, "noreply-commands"))
-            continue;
+        if (msg.src <= 0) continue;
+        if (len >= 2 && msg.packet[1] == 0x01 && sim::has_switch(sw, "noreply-commands")) continue;
         sim::sleep_ms(sim::switch_value(sw, "late"));
-        if (sim::has_switch(sw, "wrongseq"))
-            send_reply(qid, msg.src, msg.seq - 1000, reply);
+        if (sim::has_switch(sw, "wrongseq")) send_reply(qid, msg.src, msg.seq - 1000, reply);
         send_reply(qid, msg.src, msg.seq, reply);
     }
 }
@@ -877,8 +881,7 @@ void serve(Camera& cam, int qid)
 // Moves the axes and publishes positions in the store every 10 ms. The store
 // may appear late or be recreated by the system server: its id is checked
 // once a second and the area attached again when it changed.
-void motors(Camera& cam)
-{
+void motors(Camera& cam) {
     auto seg = std::make_unique<sim::Segment>();
     auto last = Clock::now();
     int ticks = 0;
@@ -905,7 +908,8 @@ void motors(Camera& cam)
             cam.focus.step(dt);
             cam.settle();
             if (cam.store && cam.store->data()) {
-                auto* info = reinterpret_cast<CamInfo*>(cam.store->at(offsetof(SysStore, cam), sizeof(CamInfo)));
+                auto* info =
+                    reinterpret_cast<CamInfo*>(cam.store->at(offsetof(SysStore, cam), sizeof(CamInfo)));
                 const Position p = cam.position();
                 info->pan() = p.pan;
                 info->tilt() = p.tilt;
@@ -920,12 +924,10 @@ void motors(Camera& cam)
 
 }  // namespace
 
-int main()
-{
+int main() {
     sim::block_stop_signals();
     const int qid = sim::queue_open(kCamMsgKey);
-    if (qid < 0)
-        return 1;
+    if (qid < 0) return 1;
     static Camera cam;  // outlives the worker threads
     std::thread(motors, std::ref(cam)).detach();
     std::thread(serve, std::ref(cam), qid).detach();

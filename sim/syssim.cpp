@@ -32,24 +32,21 @@ namespace {
 constexpr int kSysInfoSize = static_cast<int>(sizeof(SysInfo));
 constexpr const char* kSnapPath = "/tmp/snap.jpg";
 
-uint32_t ipv4(const char* dotted)
-{
+uint32_t ipv4(const char* dotted) {
     in_addr a{};
     inet_aton(dotted, &a);
     return a.s_addr;  // network byte order, as the record keeps it
 }
 
 template <size_t N>
-void put_text(char (&field)[N], const char* text)
-{
+void put_text(char (&field)[N], const char* text) {
     std::memset(field, 0, N);
     std::strncpy(field, text, N - 1);
 }
 
 // ---- factory defaults -----------------------------------------------------
 
-StreamParams stream_defaults(uint32_t index)
-{
+StreamParams stream_defaults(uint32_t index) {
     // index, enable, width, height, rate, fractional, codec, rate control,
     // codec words (h264: profile, interval, bitrate), min_qp, max_qp
     static constexpr std::array<std::array<uint32_t, 13>, 4> kStreams{{
@@ -59,16 +56,13 @@ StreamParams stream_defaults(uint32_t index)
         {3, 0, 640, 360, 30, 0, 1, 2, 85, 0, 0, 0, 0},
     }};
     StreamParams s{};
-    for (size_t w = 0; w < 13; ++w)
-        s.word[w] = kStreams[index][w];
+    for (size_t w = 0; w < 13; ++w) s.word[w] = kStreams[index][w];
     return s;
 }
 
-void factory_info(SysInfo& si)
-{
+void factory_info(SysInfo& si) {
     std::memset(&si, 0, sizeof si);
-    for (uint32_t i = 0; i < 4; ++i)
-        si.stream[i] = stream_defaults(i);
+    for (uint32_t i = 0; i < 4; ++i) si.stream[i] = stream_defaults(i);
     si.workMode = 0;
     si.vo_en = 1;
 
@@ -150,8 +144,7 @@ void factory_info(SysInfo& si)
     si.record.loopRec = 1;
 }
 
-void factory_state(SysState& st)
-{
+void factory_state(SysState& st) {
     std::memset(&st, 0, sizeof st);
     st.ready = 1;
     st.standby = 0;
@@ -161,8 +154,7 @@ void factory_state(SysState& st)
     st.encoderBoardAddr = 0xFFFFFFFFu;
 }
 
-void factory_ai(AiInfo& ai)
-{
+void factory_ai(AiInfo& ai) {
     std::memset(&ai, 0, sizeof ai);
     ai.mode = 0;
     ai.peoplePos = 1;
@@ -171,10 +163,7 @@ void factory_ai(AiInfo& ai)
     ai.switchTime = 5;
 }
 
-void publish_magic(uint32_t& word)
-{
-    __atomic_store_n(&word, kInfoMagic, __ATOMIC_RELEASE);
-}
+void publish_magic(uint32_t& word) { __atomic_store_n(&word, kInfoMagic, __ATOMIC_RELEASE); }
 
 // ---- the server -----------------------------------------------------------
 
@@ -193,8 +182,7 @@ struct Server {
     uint8_t* info_bytes() { return reinterpret_cast<uint8_t*>(&store().info); }
     uint8_t* state_bytes() { return reinterpret_cast<uint8_t*>(&store().state); }
 
-    void fill_store()
-    {
+    void fill_store() {
         std::lock_guard lock(mu);
         SysStore& s = store();
         s.info.magic = 0;
@@ -218,8 +206,7 @@ struct Server {
 
     // Replaces the settings record by `src`, keeping the magic valid, and
     // optionally keeping the network identity of the running device.
-    void restore_info(const SysInfo& src, bool keep_network)
-    {
+    void restore_info(const SysInfo& src, bool keep_network) {
         SysInfo next = src;
         if (keep_network) {
             const SysInfo& cur = info();
@@ -233,8 +220,7 @@ struct Server {
         std::memcpy(info_bytes() + 4, reinterpret_cast<uint8_t*>(&next) + 4, sizeof next - 4);
     }
 
-    void restore_state_settings()
-    {
+    void restore_state_settings() {
         SysState st;
         factory_state(st);
         SysState& cur = state();
@@ -248,8 +234,7 @@ struct Server {
         std::memset(cur.power, 0, sizeof cur.power);
     }
 
-    void snapshot()
-    {
+    void snapshot() {
         const CamInfo& cam = store().cam;
         sim::HeadPosition pos{cam.word[27], cam.word[28], cam.word[29], cam.word[30]};
         if (!sim::write_snapshot(kSnapPath, 640, 360, pos))
@@ -272,35 +257,28 @@ struct Row {
     size_t width;   // field width
 };
 
-uint32_t u32_of(Payload p)
-{
+uint32_t u32_of(Payload p) {
     uint32_t v = 0;
     std::memcpy(&v, p.data(), 4);
     return v;
 }
 
 // Payload copied as it is into a SysInfo field of the row's width.
-bool info_raw(Server& s, const Row& r, Payload p)
-{
-    if (p.size() < r.width)
-        return false;
+bool info_raw(Server& s, const Row& r, Payload p) {
+    if (p.size() < r.width) return false;
     std::memcpy(s.info_bytes() + r.offset, p.data(), r.width);
     return true;
 }
 
-bool state_raw(Server& s, const Row& r, Payload p)
-{
-    if (p.size() < r.width)
-        return false;
+bool state_raw(Server& s, const Row& r, Payload p) {
+    if (p.size() < r.width) return false;
     std::memcpy(s.state_bytes() + r.offset, p.data(), r.width);
     return true;
 }
 
 // A 32-bit integer narrowed into a field of 1 or 2 bytes.
-bool narrow_int(uint8_t* base, const Row& r, Payload p)
-{
-    if (p.size() < 4)
-        return false;
+bool narrow_int(uint8_t* base, const Row& r, Payload p) {
+    if (p.size() < 4) return false;
     const uint32_t v = u32_of(p);
     if (r.width == 1)
         base[r.offset] = static_cast<uint8_t>(v);
@@ -315,57 +293,50 @@ bool info_int(Server& s, const Row& r, Payload p) { return narrow_int(s.info_byt
 bool state_int(Server& s, const Row& r, Payload p) { return narrow_int(s.state_bytes(), r, p); }
 
 // Text payload (with or without its terminator) into a zero-padded field.
-bool copy_text(uint8_t* field, size_t width, Payload p)
-{
-    if (p.empty())
-        return false;
+bool copy_text(uint8_t* field, size_t width, Payload p) {
+    if (p.empty()) return false;
     size_t n = 0;
-    while (n < p.size() && n + 1 < width && p[n] != 0)
-        ++n;
+    while (n < p.size() && n + 1 < width && p[n] != 0) ++n;
     std::memset(field, 0, width);
     std::memcpy(field, p.data(), n);
     return true;
 }
 
-bool info_text(Server& s, const Row& r, Payload p) { return copy_text(s.info_bytes() + r.offset, r.width, p); }
-bool state_text(Server& s, const Row& r, Payload p) { return copy_text(s.state_bytes() + r.offset, r.width, p); }
+bool info_text(Server& s, const Row& r, Payload p) {
+    return copy_text(s.info_bytes() + r.offset, r.width, p);
+}
+bool state_text(Server& s, const Row& r, Payload p) {
+    return copy_text(s.state_bytes() + r.offset, r.width, p);
+}
 
 // Accepted, nothing of it is kept in the store.
 bool journal_only(Server&, const Row& r, Payload p) { return p.size() >= r.width; }
 
-bool set_mac(Server& s, const Row&, Payload p)
-{
+bool set_mac(Server& s, const Row&, Payload p) {
     char text[32] = {};
     std::memcpy(text, p.data(), std::min(p.size(), sizeof text - 1));
     unsigned b[6];
     char tail = 0;
     if (std::sscanf(text, "%2x:%2x:%2x:%2x:%2x:%2x%c", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5], &tail) != 6)
         return false;
-    if (b[0] & 1)
-        return false;  // a multicast address cannot be an interface's own
+    if (b[0] & 1) return false;  // a multicast address cannot be an interface's own
     uint8_t mac[6];
-    for (int i = 0; i < 6; ++i)
-        mac[i] = static_cast<uint8_t>(b[i]);
-    if (std::all_of(mac, mac + 6, [](uint8_t x) { return x == 0; }))
-        return false;
+    for (int i = 0; i < 6; ++i) mac[i] = static_cast<uint8_t>(b[i]);
+    if (std::all_of(mac, mac + 6, [](uint8_t x) { return x == 0; })) return false;
     std::memcpy(s.info().mac, mac, 6);
     return true;
 }
 
-bool set_dante(Server& s, const Row&, Payload p)
-{
-    if (p.size() < 4)
-        return false;
+bool set_dante(Server& s, const Row&, Payload p) {
+    if (p.size() < 4) return false;
     const auto v = static_cast<uint8_t>(u32_of(p));
     s.info().dante_enable = v;
     s.state().dante_enable = v;
     return true;
 }
 
-bool set_gb28181(Server& s, const Row&, Payload p)
-{
-    if (p.size() < sizeof(Gb28181Params))
-        return false;
+bool set_gb28181(Server& s, const Row&, Payload p) {
+    if (p.size() < sizeof(Gb28181Params)) return false;
     Gb28181Params next;
     std::memcpy(&next, p.data(), sizeof next);
     next.registerState = s.info().gb28181.registerState;  // kept by the SIP service
@@ -375,10 +346,8 @@ bool set_gb28181(Server& s, const Row&, Payload p)
     return true;
 }
 
-bool set_record(Server& s, const Row&, Payload p)
-{
-    if (p.size() < sizeof(RecordParams))
-        return false;
+bool set_record(Server& s, const Row&, Payload p) {
+    if (p.size() < sizeof(RecordParams)) return false;
     RecordParams next;
     std::memcpy(&next, p.data(), sizeof next);
     // the state, keep time and file name belong to the recorder
@@ -390,30 +359,23 @@ bool set_record(Server& s, const Row&, Payload p)
     return true;
 }
 
-bool set_work_mode(Server& s, const Row&, Payload p)
-{
-    if (p.empty())
-        return false;
+bool set_work_mode(Server& s, const Row&, Payload p) {
+    if (p.empty()) return false;
     s.info().workMode = p[0];
     return true;
 }
 
-bool set_stream(Server& s, const Row&, Payload p)
-{
-    if (p.size() < sizeof(StreamParams))
-        return false;
+bool set_stream(Server& s, const Row&, Payload p) {
+    if (p.size() < sizeof(StreamParams)) return false;
     StreamParams next;
     std::memcpy(&next, p.data(), sizeof next);
-    if (next.word[0] >= 4)
-        return false;
+    if (next.word[0] >= 4) return false;
     std::memcpy(&s.info().stream[next.word[0]], &next, sizeof next);
     return true;
 }
 
-bool set_audio(Server& s, const Row&, Payload p)
-{
-    if (p.size() < sizeof(AudioParams))
-        return false;
+bool set_audio(Server& s, const Row&, Payload p) {
+    if (p.size() < sizeof(AudioParams)) return false;
     AudioParams next;
     std::memcpy(&next, p.data(), sizeof next);
     next.ndiCap = s.info().audio.ndiCap;  // a hardware capability, not a setting
@@ -421,18 +383,14 @@ bool set_audio(Server& s, const Row&, Payload p)
     return true;
 }
 
-bool take_snapshot(Server& s, const Row&, Payload)
-{
+bool take_snapshot(Server& s, const Row&, Payload) {
     s.snapshot();
     return true;
 }
 
-bool do_reset(Server& s, const Row&, Payload p)
-{
-    if (p.empty() || p[0] > 2)
-        return false;
-    if (p[0] == 0)
-        return true;  // image reset: the camera-control process owns the image settings
+bool do_reset(Server& s, const Row&, Payload p) {
+    if (p.empty() || p[0] > 2) return false;
+    if (p[0] == 0) return true;  // image reset: the camera-control process owns the image settings
     SysInfo factory;
     factory_info(factory);
     if (p[0] == 1) {
@@ -445,10 +403,8 @@ bool do_reset(Server& s, const Row&, Payload p)
     return true;
 }
 
-bool do_defaults(Server& s, const Row&, Payload p)
-{
-    if (p.empty() || p[0] > 1)
-        return false;
+bool do_defaults(Server& s, const Row&, Payload p) {
+    if (p.empty() || p[0] > 1) return false;
     if (p[0] == 1)
         s.user_defaults = s.info();
     else
@@ -456,10 +412,8 @@ bool do_defaults(Server& s, const Row&, Payload p)
     return true;
 }
 
-bool set_credentials(Server& s, const Row&, Payload p)
-{
-    if (p.size() < 36 || p[0] == 0 || p[16] == 0)
-        return false;
+bool set_credentials(Server& s, const Row&, Payload p) {
+    if (p.size() < 36 || p[0] == 0 || p[16] == 0) return false;
     SysInfo& si = s.info();
     copy_text(reinterpret_cast<uint8_t*>(si.user), sizeof si.user, p.subspan(0, 16));
     copy_text(reinterpret_cast<uint8_t*>(si.password), sizeof si.password, p.subspan(16, 16));
@@ -467,8 +421,7 @@ bool set_credentials(Server& s, const Row&, Payload p)
     return true;
 }
 
-bool set_time_zone(Server& s, const Row&, Payload p)
-{
+bool set_time_zone(Server& s, const Row&, Payload p) {
     return copy_text(reinterpret_cast<uint8_t*>(s.info().timezone), sizeof s.info().timezone, p);
 }
 
@@ -538,67 +491,55 @@ constexpr Row kCommands[] = {
 #undef INFO
 #undef STATE
 
-const Row* find_command(int id)
-{
+const Row* find_command(int id) {
     for (const Row& r : kCommands)
-        if (r.id == id)
-            return &r;
+        if (r.id == id) return &r;
     return nullptr;
 }
 
-void serve_commands(Server& s)
-{
+void serve_commands(Server& s) {
     SysMsg msg;
     while (!sim::stop_requested()) {
         std::memset(&msg, 0, sizeof msg);
         const ssize_t n = ::msgrcv(s.cmd_q, &msg, kSysMsgBody, 1, MSG_NOERROR);
         if (n < 0) {
-            if (errno != EINTR)
-                sim::sleep_ms(50);
+            if (errno != EINTR) sim::sleep_ms(50);
             continue;
         }
         // The request data lies in the sender's slice of the 14073 segment.
         const uint8_t* data = nullptr;
         size_t len = 0;
-        if (msg.length > 0 && msg.length <= PROC_MEM_SIZE)
-            data = s.cmd_seg.at(msg.offset, msg.length);
-        if (data)
-            len = static_cast<size_t>(msg.length);
+        if (msg.length > 0 && msg.length <= PROC_MEM_SIZE) data = s.cmd_seg.at(msg.offset, msg.length);
+        if (data) len = static_cast<size_t>(msg.length);
         std::string line = std::to_string(msg.cmd);
-        if (len)
-            line += ' ' + sim::hex_bytes(data, len);
+        if (len) line += ' ' + sim::hex_bytes(data, len);
         s.journal.line(line);
 
-        if (sim::has_switch(sim::read_switches("syssim.ctl"), "silent"))
-            continue;
+        if (sim::has_switch(sim::read_switches("syssim.ctl"), "silent")) continue;
 
         bool ok = false;
         if (const Row* row = find_command(msg.cmd)) {
             std::lock_guard lock(s.mu);
             ok = row->apply(s, *row, Payload(data ? data : reinterpret_cast<const uint8_t*>(""), len));
         }
-        if (msg.src <= 0)
-            continue;  // nobody to answer
+        if (msg.src <= 0) continue;  // nobody to answer
         SysMsg reply{};
         reply.type = msg.src;
         reply.cmd = msg.cmd;
         reply.src = 1;
         reply.length = ok ? 0 : -1;
         reply.offset = msg.offset;
-        while (::msgsnd(s.cmd_q, &reply, kSysMsgBody, 0) < 0 && errno == EINTR) {
-        }
+        while (::msgsnd(s.cmd_q, &reply, kSysMsgBody, 0) < 0 && errno == EINTR) {}
     }
 }
 
-void serve_store(Server& s)
-{
+void serve_store(Server& s) {
     FileMsg msg;
     while (!sim::stop_requested()) {
         std::memset(&msg, 0, sizeof msg);
         const ssize_t n = ::msgrcv(s.store_q, &msg, kFileMsgBody, 1, MSG_NOERROR);
         if (n < 0) {
-            if (errno != EINTR)
-                sim::sleep_ms(50);
+            if (errno != EINTR) sim::sleep_ms(50);
             continue;
         }
         int result = kSysInfoSize;
@@ -606,47 +547,38 @@ void serve_store(Server& s)
             std::lock_guard lock(s.mu);
             switch (msg.cmd) {
             case 1:  // the client wrote the record itself; nothing to apply here
-            case 0:
-                break;
+            case 0: break;
             case 2: {
                 SysInfo factory;
                 factory_info(factory);
                 s.restore_info(factory, false);
                 break;
             }
-            case 3:
-                s.user_defaults = s.info();
-                break;
-            default:
-                result = -1;
+            case 3: s.user_defaults = s.info(); break;
+            default: result = -1;
             }
         }
-        if (msg.src <= 0)
-            continue;
+        if (msg.src <= 0) continue;
         FileMsg reply = msg;
         reply.type = msg.src;
         reply.result = result;
-        while (::msgsnd(s.store_q, &reply, kFileMsgBody, 0) < 0 && errno == EINTR) {
-        }
+        while (::msgsnd(s.store_q, &reply, kFileMsgBody, 0) < 0 && errno == EINTR) {}
     }
 }
 
 }  // namespace
 
-int main()
-{
+int main() {
     sim::block_stop_signals();
     static Server s;  // outlives the worker threads, which never return
-    if (!s.store_seg.create_or_attach(kSysInfoKey, kShmSize, 0660) ||
-        s.store_seg.size() < sizeof(SysStore) ||
+    if (!s.store_seg.create_or_attach(kSysInfoKey, kShmSize, 0660) || s.store_seg.size() < sizeof(SysStore) ||
         !s.cmd_seg.create_or_attach(kSysMsgKey, kShmSize, 0660)) {
         std::fprintf(stderr, "syssim: shared memory unavailable\n");
         return 1;
     }
     s.store_q = sim::queue_open(kSysInfoKey);
     s.cmd_q = sim::queue_open(kSysMsgKey);
-    if (s.store_q < 0 || s.cmd_q < 0)
-        return 1;
+    if (s.store_q < 0 || s.cmd_q < 0) return 1;
     s.fill_store();
 
     std::thread(serve_store, std::ref(s)).detach();

@@ -19,19 +19,15 @@ namespace {
 
 std::atomic<bool> g_stop{false};
 
-std::string_view trim(std::string_view s)
-{
-    while (!s.empty() && (s.front() == ' ' || s.front() == '\t' || s.front() == '\r'))
-        s.remove_prefix(1);
-    while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r'))
-        s.remove_suffix(1);
+std::string_view trim(std::string_view s) {
+    while (!s.empty() && (s.front() == ' ' || s.front() == '\t' || s.front() == '\r')) s.remove_prefix(1);
+    while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) s.remove_suffix(1);
     return s;
 }
 
 }  // namespace
 
-const std::string& run_dir()
-{
+const std::string& run_dir() {
     static const std::string dir = [] {
         const char* env = std::getenv("CAMERA_RUN_DIR");
         return std::string(env && *env ? env : ".");
@@ -39,41 +35,32 @@ const std::string& run_dir()
     return dir;
 }
 
-std::string run_path(std::string_view name)
-{
+std::string run_path(std::string_view name) {
     std::string p = run_dir();
-    if (!p.empty() && p.back() != '/')
-        p += '/';
+    if (!p.empty() && p.back() != '/') p += '/';
     p += name;
     return p;
 }
 
 // ---- Journal ------------------------------------------------------------
 
-Journal::Journal(std::string_view name)
-{
+Journal::Journal(std::string_view name) {
     const std::string path = run_path(name);
     fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (fd_ < 0)
-        std::fprintf(stderr, "journal %s: %s\n", path.c_str(), std::strerror(errno));
+    if (fd_ < 0) std::fprintf(stderr, "journal %s: %s\n", path.c_str(), std::strerror(errno));
 }
 
-Journal::~Journal()
-{
-    if (fd_ >= 0)
-        ::close(fd_);
+Journal::~Journal() {
+    if (fd_ >= 0) ::close(fd_);
 }
 
-void Journal::append(const char* data, size_t len)
-{
+void Journal::append(const char* data, size_t len) {
     std::lock_guard lock(mu_);
-    if (fd_ < 0)
-        return;
+    if (fd_ < 0) return;
     while (len > 0) {
         const ssize_t n = ::write(fd_, data, len);
         if (n < 0) {
-            if (errno == EINTR)
-                continue;
+            if (errno == EINTR) continue;
             return;
         }
         data += n;
@@ -81,21 +68,18 @@ void Journal::append(const char* data, size_t len)
     }
 }
 
-void Journal::line(std::string_view text)
-{
+void Journal::line(std::string_view text) {
     std::string buf(text);
     buf += '\n';
     append(buf.data(), buf.size());  // one write: a reader never sees half a line
 }
 
-std::string hex_bytes(const uint8_t* data, size_t len)
-{
+std::string hex_bytes(const uint8_t* data, size_t len) {
     static constexpr char digits[] = "0123456789abcdef";
     std::string out;
     out.reserve(len * 3);
     for (size_t i = 0; i < len; ++i) {
-        if (i)
-            out += ' ';
+        if (i) out += ' ';
         out += digits[data[i] >> 4];
         out += digits[data[i] & 0x0F];
     }
@@ -104,87 +88,67 @@ std::string hex_bytes(const uint8_t* data, size_t len)
 
 // ---- control files --------------------------------------------------------
 
-std::vector<std::string> read_switches(std::string_view ctl_name)
-{
+std::vector<std::string> read_switches(std::string_view ctl_name) {
     std::vector<std::string> out;
     const std::string path = run_path(ctl_name);
     FILE* f = std::fopen(path.c_str(), "r");
-    if (!f)
-        return out;
+    if (!f) return out;
     char buf[256];
     while (std::fgets(buf, sizeof buf, f)) {
         std::string_view l(buf);
-        if (!l.empty() && l.back() == '\n')
-            l.remove_suffix(1);
+        if (!l.empty() && l.back() == '\n') l.remove_suffix(1);
         l = trim(l);
-        if (!l.empty())
-            out.emplace_back(l);
+        if (!l.empty()) out.emplace_back(l);
     }
     std::fclose(f);
     return out;
 }
 
-bool has_switch(const std::vector<std::string>& sw, std::string_view name)
-{
+bool has_switch(const std::vector<std::string>& sw, std::string_view name) {
     for (const auto& s : sw)
-        if (s == name)
-            return true;
+        if (s == name) return true;
     return false;
 }
 
-long switch_value(const std::vector<std::string>& sw, std::string_view name)
-{
+long switch_value(const std::vector<std::string>& sw, std::string_view name) {
     for (const auto& s : sw) {
         std::string_view v(s);
-        if (v.size() <= name.size() || v.substr(0, name.size()) != name)
-            continue;
+        if (v.size() <= name.size() || v.substr(0, name.size()) != name) continue;
         v.remove_prefix(name.size());
-        if (v.front() != ' ' && v.front() != '\t')
-            continue;
+        if (v.front() != ' ' && v.front() != '\t') continue;
         v = trim(v);
         long n = 0;
         bool any = false;
         for (char c : v) {
-            if (c < '0' || c > '9')
-                break;
+            if (c < '0' || c > '9') break;
             any = true;
-            if (n < 1000000)
-                n = n * 10 + (c - '0');
+            if (n < 1000000) n = n * 10 + (c - '0');
         }
-        if (any)
-            return n;
+        if (any) return n;
     }
     return -1;
 }
 
 // ---- System V -----------------------------------------------------------
 
-int queue_open(int key)
-{
+int queue_open(int key) {
     int id = ::msgget(key, 0);
-    if (id < 0)
-        id = ::msgget(key, IPC_CREAT | 0666);
-    if (id < 0)
-        std::fprintf(stderr, "msgget %d: %s\n", key, std::strerror(errno));
+    if (id < 0) id = ::msgget(key, IPC_CREAT | 0666);
+    if (id < 0) std::fprintf(stderr, "msgget %d: %s\n", key, std::strerror(errno));
     return id;
 }
 
-Segment::~Segment()
-{
-    if (base_)
-        ::shmdt(base_);
+Segment::~Segment() {
+    if (base_) ::shmdt(base_);
 }
 
 namespace {
 
-bool attach_id(int id, int& id_out, uint8_t*& base, size_t& size)
-{
+bool attach_id(int id, int& id_out, uint8_t*& base, size_t& size) {
     shmid_ds ds{};
-    if (::shmctl(id, IPC_STAT, &ds) < 0)
-        return false;
+    if (::shmctl(id, IPC_STAT, &ds) < 0) return false;
     void* p = ::shmat(id, nullptr, 0);
-    if (p == reinterpret_cast<void*>(-1))
-        return false;
+    if (p == reinterpret_cast<void*>(-1)) return false;
     id_out = id;
     base = static_cast<uint8_t*>(p);
     size = ds.shm_segsz;
@@ -193,11 +157,9 @@ bool attach_id(int id, int& id_out, uint8_t*& base, size_t& size)
 
 }  // namespace
 
-bool Segment::create_or_attach(int key, size_t size, int mode)
-{
+bool Segment::create_or_attach(int key, size_t size, int mode) {
     int id = ::shmget(key, size, IPC_CREAT | mode);
-    if (id < 0)
-        id = ::shmget(key, 0, 0);
+    if (id < 0) id = ::shmget(key, 0, 0);
     if (id < 0) {
         std::fprintf(stderr, "shmget %d: %s\n", key, std::strerror(errno));
         return false;
@@ -209,31 +171,25 @@ bool Segment::create_or_attach(int key, size_t size, int mode)
     return true;
 }
 
-bool Segment::wait_attach(int key)
-{
+bool Segment::wait_attach(int key) {
     while (!stop_requested()) {
         const int id = ::shmget(key, 0, 0);
-        if (id >= 0 && attach_id(id, id_, base_, size_))
-            return true;
+        if (id >= 0 && attach_id(id, id_, base_, size_)) return true;
         sleep_ms(10);
     }
     return false;
 }
 
-uint8_t* Segment::at(long offset, long len) const
-{
-    if (!base_ || offset < 0 || len < 0)
-        return nullptr;
+uint8_t* Segment::at(long offset, long len) const {
+    if (!base_ || offset < 0 || len < 0) return nullptr;
     const auto end = static_cast<unsigned long>(offset) + static_cast<unsigned long>(len);
-    if (end > size_)
-        return nullptr;
+    if (end > size_) return nullptr;
     return base_ + offset;
 }
 
 // ---- life cycle ---------------------------------------------------------
 
-void block_stop_signals()
-{
+void block_stop_signals() {
     std::signal(SIGPIPE, SIG_IGN);
     sigset_t set;
     sigemptyset(&set);
@@ -242,36 +198,27 @@ void block_stop_signals()
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
-void say_ready()
-{
+void say_ready() {
     std::fputs("ready\n", stdout);
     std::fflush(stdout);
 }
 
-void wait_for_stop()
-{
+void wait_for_stop() {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGTERM);
     sigaddset(&set, SIGINT);
     int sig = 0;
-    while (sigwait(&set, &sig) != 0) {
-    }
+    while (sigwait(&set, &sig) != 0) {}
     g_stop = true;
 }
 
-bool stop_requested()
-{
-    return g_stop.load();
-}
+bool stop_requested() { return g_stop.load(); }
 
-void sleep_ms(long ms)
-{
-    if (ms <= 0)
-        return;
+void sleep_ms(long ms) {
+    if (ms <= 0) return;
     timespec ts{ms / 1000, (ms % 1000) * 1000000L};
-    while (::nanosleep(&ts, &ts) < 0 && errno == EINTR) {
-    }
+    while (::nanosleep(&ts, &ts) < 0 && errno == EINTR) {}
 }
 
 }  // namespace sim

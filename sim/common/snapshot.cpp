@@ -21,25 +21,28 @@ struct Glyph {
 };
 
 constexpr Glyph kFont[] = {
-    {'0', {7, 5, 5, 5, 7}}, {'1', {2, 6, 2, 2, 7}}, {'2', {7, 1, 7, 4, 7}},
-    {'3', {7, 1, 7, 1, 7}}, {'4', {5, 5, 7, 1, 1}}, {'5', {7, 4, 7, 1, 7}},
-    {'6', {7, 4, 7, 5, 7}}, {'7', {7, 1, 1, 1, 1}}, {'8', {7, 5, 7, 5, 7}},
-    {'9', {7, 5, 7, 1, 7}}, {'-', {0, 0, 7, 0, 0}}, {':', {0, 2, 0, 2, 0}},
-    {'P', {7, 5, 7, 4, 4}}, {'T', {7, 2, 2, 2, 2}}, {'Z', {7, 1, 2, 4, 7}},
-    {'F', {7, 4, 6, 4, 4}}, {' ', {0, 0, 0, 0, 0}},
+    {'0', {7, 5, 5, 5, 7}}, {'1', {2, 6, 2, 2, 7}}, {'2', {7, 1, 7, 4, 7}}, {'3', {7, 1, 7, 1, 7}},
+    {'4', {5, 5, 7, 1, 1}}, {'5', {7, 4, 7, 1, 7}}, {'6', {7, 4, 7, 5, 7}}, {'7', {7, 1, 1, 1, 1}},
+    {'8', {7, 5, 7, 5, 7}}, {'9', {7, 5, 7, 1, 7}}, {'-', {0, 0, 7, 0, 0}}, {':', {0, 2, 0, 2, 0}},
+    {'P', {7, 5, 7, 4, 4}}, {'T', {7, 2, 2, 2, 2}}, {'Z', {7, 1, 2, 4, 7}}, {'F', {7, 4, 6, 4, 4}},
+    {' ', {0, 0, 0, 0, 0}},
 };
 
 constexpr std::array<std::array<uint8_t, 3>, 7> kBars{{
-    {192, 192, 192}, {192, 192, 0}, {0, 192, 192}, {0, 192, 0},
-    {192, 0, 192}, {192, 0, 0}, {0, 0, 192},
+    {192, 192, 192},
+    {192, 192, 0},
+    {0, 192, 192},
+    {0, 192, 0},
+    {192, 0, 192},
+    {192, 0, 0},
+    {0, 0, 192},
 }};
 
 class Canvas {
 public:
     Canvas(int w, int h) : w_(w), h_(h), px_(static_cast<size_t>(w) * h * 3) {}
 
-    void fill(int x0, int y0, int x1, int y1, std::array<uint8_t, 3> c)
-    {
+    void fill(int x0, int y0, int x1, int y1, std::array<uint8_t, 3> c) {
         for (int y = std::max(0, y0); y < std::min(h_, y1); ++y)
             for (int x = std::max(0, x0); x < std::min(w_, x1); ++x) {
                 uint8_t* p = &px_[(static_cast<size_t>(y) * w_ + x) * 3];
@@ -49,17 +52,15 @@ public:
             }
     }
 
-    void text(int x, int y, int scale, std::string_view s)
-    {
+    void text(int x, int y, int scale, std::string_view s) {
         for (char ch : s) {
             for (const Glyph& g : kFont) {
-                if (g.ch != ch)
-                    continue;
+                if (g.ch != ch) continue;
                 for (int r = 0; r < 5; ++r)
                     for (int c = 0; c < 3; ++c)
                         if (g.rows[r] & (4 >> c))
-                            fill(x + c * scale, y + r * scale, x + (c + 1) * scale,
-                                 y + (r + 1) * scale, {255, 255, 255});
+                            fill(x + c * scale, y + r * scale, x + (c + 1) * scale, y + (r + 1) * scale,
+                                 {255, 255, 255});
             }
             x += 4 * scale;
         }
@@ -74,8 +75,7 @@ private:
     std::vector<uint8_t> px_;
 };
 
-bool encode(const Canvas& cv, FILE* out)
-{
+bool encode(const Canvas& cv, FILE* out) {
     jpeg_compress_struct cinfo{};
     jpeg_error_mgr jerr{};
     cinfo.err = jpeg_std_error(&jerr);
@@ -99,10 +99,8 @@ bool encode(const Canvas& cv, FILE* out)
 
 }  // namespace
 
-bool write_snapshot(const std::string& path, int width, int height, const HeadPosition& pos)
-{
-    if (width < 64 || width > 4096 || height < 64 || height > 4096)
-        return false;
+bool write_snapshot(const std::string& path, int width, int height, const HeadPosition& pos) {
+    if (width < 64 || width > 4096 || height < 64 || height > 4096) return false;
     Canvas cv(width, height);
     const int bar = (width + static_cast<int>(kBars.size()) - 1) / static_cast<int>(kBars.size());
     for (size_t i = 0; i < kBars.size(); ++i)
@@ -119,8 +117,7 @@ bool write_snapshot(const std::string& path, int width, int height, const HeadPo
 
     const std::string tmp = path + ".tmp." + std::to_string(::getpid());
     FILE* f = std::fopen(tmp.c_str(), "wb");
-    if (!f)
-        return false;
+    if (!f) return false;
     const bool ok = encode(cv, f);
     if (std::fclose(f) != 0 || !ok) {
         std::remove(tmp.c_str());

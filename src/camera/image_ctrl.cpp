@@ -66,18 +66,18 @@ void put_nibbles(Buf& buf, int pos, unsigned value, int count) {
 bool put(Buf& buf, const Row& r, int value, int pos) {
     const unsigned u = static_cast<unsigned>(value);
     switch (r.enc) {
-        case Enc::None: return true;
-        case Enc::Byte:
-        case Enc::Choice: buf.b[pos] = static_cast<uint8_t>(u); return true;
-        case Enc::Nibble: buf.b[pos] = static_cast<uint8_t>(u & 0x0F); return true;
-        case Enc::Mask7F: buf.b[pos] = static_cast<uint8_t>(u & 0x7F); return true;
-        case Enc::Flag: buf.b[pos] = value ? 0x02 : 0x03; return true;
-        case Enc::Nib2: put_nibbles(buf, pos, u & 0xFF, 2); return true;
-        case Enc::Nib4: put_nibbles(buf, pos, u & 0xFFFF, 4); return true;
-        case Enc::Index:
-            if (value < 0 || static_cast<size_t>(value) >= r.codes.size()) return false;
-            buf.b[pos] = r.codes[value];
-            return true;
+    case Enc::None: return true;
+    case Enc::Byte:
+    case Enc::Choice: buf.b[pos] = static_cast<uint8_t>(u); return true;
+    case Enc::Nibble: buf.b[pos] = static_cast<uint8_t>(u & 0x0F); return true;
+    case Enc::Mask7F: buf.b[pos] = static_cast<uint8_t>(u & 0x7F); return true;
+    case Enc::Flag: buf.b[pos] = value ? 0x02 : 0x03; return true;
+    case Enc::Nib2: put_nibbles(buf, pos, u & 0xFF, 2); return true;
+    case Enc::Nib4: put_nibbles(buf, pos, u & 0xFFFF, 4); return true;
+    case Enc::Index:
+        if (value < 0 || static_cast<size_t>(value) >= r.codes.size()) return false;
+        buf.b[pos] = r.codes[value];
+        return true;
     }
     return false;
 }
@@ -111,13 +111,13 @@ int le16(const Buf& buf, int pos) { return buf.b[pos] | buf.b[pos + 1] << 8; }
 int decode(Form form, const Buf& buf, int n) {
     const bool completion = n >= 3 && buf.b[1] == 0x50;
     switch (form) {
-        case Form::B0: return n >= 1 ? buf.b[0] : -1;
-        case Form::W0: return n >= 2 ? le16(buf, 0) : -1;
-        case Form::P2: return completion ? buf.b[2] : -1;
-        case Form::P2Flag: return completion ? (buf.b[2] == 0x02 ? 1 : 0) : -1;
-        case Form::P4: return completion && n >= 6 ? nibbles(buf, 2) : -1;
-        case Form::P4Signed: return completion && n >= 6 ? static_cast<int16_t>(nibbles(buf, 2)) : -1;
-        case Form::Raw: return -1;
+    case Form::B0: return n >= 1 ? buf.b[0] : -1;
+    case Form::W0: return n >= 2 ? le16(buf, 0) : -1;
+    case Form::P2: return completion ? buf.b[2] : -1;
+    case Form::P2Flag: return completion ? (buf.b[2] == 0x02 ? 1 : 0) : -1;
+    case Form::P4: return completion && n >= 6 ? nibbles(buf, 2) : -1;
+    case Form::P4Signed: return completion && n >= 6 ? static_cast<int16_t>(nibbles(buf, 2)) : -1;
+    case Form::Raw: return -1;
     }
     return -1;
 }
@@ -213,7 +213,7 @@ const visca::Format* format_by_code(int code) {
 // ---- snapshot ------------------------------------------------------------------------
 constexpr const char* kSnapFile = "/tmp/snap.jpg";
 constexpr uint32_t kSnapshotCmd = 41;
-constexpr int kSnapPolls = 30;          // 100 ms apart: at most 3 s
+constexpr int kSnapPolls = 30;  // 100 ms apart: at most 3 s
 constexpr size_t kSnapNameMax = 63;
 
 // A link name is a plain file name: letters, digits, '.', '_' and '-', not
@@ -224,8 +224,8 @@ bool snap_name_ok(const char* name) {
     if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) return false;
     for (size_t i = 0; i < len; ++i) {
         char c = name[i];
-        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                  c == '.' || c == '_' || c == '-';
+        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+                  c == '_' || c == '-';
         if (!ok) return false;
     }
     return true;
@@ -252,17 +252,18 @@ int image_wb_mode_get() { return op_get(row("image_wb_mode_get")); }
 int image_wb_mode_set(const char* mode) { return op_choose(row("image_wb_mode_set"), mode); }
 
 // ---- numeric settings: the row of each name, getter and setter ------------------------
-#define IMAGE_TABLE_OPS(X)                                                                 \
-    X(focus_area) X(shutter) X(anti_flicker) X(exposure_brightness) X(iris) X(gain)         \
-    X(gain_limit) X(r_gain) X(b_gain) X(color_temperature) X(reg_c0) X(mirror) X(flip)      \
-    X(freeze) X(backlight) X(gamma) X(digital_zoom) X(wdr_enable) X(wdr_level)              \
-    X(brightness) X(sharpness) X(contrast) X(saturation) X(dc_iris) X(nd_filter) X(nr2d)    \
-    X(nr3d) X(phantom_power) X(genlock_status) X(genlock_phase) X(genlock_phase_step)       \
-    X(genlock_vertical) X(tally_bright) X(feature_size) X(fpga_mode) X(feature_set)         \
-    X(frame_rate) X(abs_focus) X(preset_zoom_speed) X(preset_move_speed) X(install_pos)
+#define IMAGE_TABLE_OPS(X)                                                                                  \
+    X(focus_area)                                                                                           \
+    X(shutter) X(anti_flicker) X(exposure_brightness) X(iris) X(gain) X(gain_limit) X(r_gain) X(b_gain)     \
+        X(color_temperature) X(reg_c0) X(mirror) X(flip) X(freeze) X(backlight) X(gamma) X(digital_zoom)    \
+            X(wdr_enable) X(wdr_level) X(brightness) X(sharpness) X(contrast) X(saturation) X(dc_iris)      \
+                X(nd_filter) X(nr2d) X(nr3d) X(phantom_power) X(genlock_status) X(genlock_phase)            \
+                    X(genlock_phase_step) X(genlock_vertical) X(tally_bright) X(feature_size) X(fpga_mode)  \
+                        X(feature_set) X(frame_rate) X(abs_focus) X(preset_zoom_speed) X(preset_move_speed) \
+                            X(install_pos)
 
-#define IMAGE_DEFINE_TABLE_OP(name)                                                     \
-    int image_##name##_get() { return op_get(row("image_" #name "_get")); }             \
+#define IMAGE_DEFINE_TABLE_OP(name)                                         \
+    int image_##name##_get() { return op_get(row("image_" #name "_get")); } \
     int image_##name##_set(int value) { return op_set(row("image_" #name "_set"), value); }
 IMAGE_TABLE_OPS(IMAGE_DEFINE_TABLE_OP)
 #undef IMAGE_DEFINE_TABLE_OP
@@ -480,8 +481,8 @@ int image_snapshot(int mode, const char* name, int width, int height, int flag) 
         LOG_ERR("invalid snapshot name\n");
         return -1;
     }
-    if (mode < 0 || mode > 255 || flag < 0 || flag > 255 || width < 16 || width > 4080 ||
-        height < 16 || height > 4080) {
+    if (mode < 0 || mode > 255 || flag < 0 || flag > 255 || width < 16 || width > 4080 || height < 16 ||
+        height > 4080) {
         LOG_ERR("invalid snapshot parameters\n");
         return -1;
     }

@@ -7,27 +7,26 @@
 
 // ---- named-choice settings (words compared without regard to case) --------
 int image_focus_mode_get();
-int image_focus_mode_set(const char* mode);            // "auto", "manual"
+int image_focus_mode_set(const char* mode);  // "auto", "manual"
 int image_focus_distance_get();
-int image_focus_distance_set(const char* distance);    // "1.5m" .. "10m"
+int image_focus_distance_set(const char* distance);  // "1.5m" .. "10m"
 int image_focus_sensitivity_get();
-int image_focus_sensitivity_set(const char* level);    // "high", "middle", "low"
+int image_focus_sensitivity_set(const char* level);  // "high", "middle", "low"
 int image_exposure_mode_get();
 int image_exposure_mode_set(const char* mode);
 int image_wb_mode_get();
 int image_wb_mode_set(const char* mode);
 
 // ---- numeric settings -------------------------------------------------------
-#define IMAGE_NUMERIC_OPS(X)                                                     \
-    X(focus_area) X(shutter) X(anti_flicker) X(exposure_brightness) X(iris)       \
-    X(gain) X(gain_limit) X(r_gain) X(b_gain) X(color_temperature) X(reg_c0)      \
-    X(mirror) X(flip) X(freeze) X(backlight) X(gamma) X(digital_zoom)             \
-    X(wdr_enable) X(wdr_level) X(brightness) X(sharpness) X(contrast)             \
-    X(saturation) X(dc_iris) X(ircut) X(nd_filter) X(nr2d) X(nr3d)                \
-    X(phantom_power) X(genlock_status) X(genlock_phase) X(genlock_phase_step)     \
-    X(genlock_vertical) X(tally_bright) X(feature_size) X(fpga_mode)              \
-    X(feature_set) X(frame_rate) X(abs_focus) X(preset_zoom_speed)                \
-    X(preset_move_speed) X(install_pos)
+#define IMAGE_NUMERIC_OPS(X)                                                                                \
+    X(focus_area)                                                                                           \
+    X(shutter) X(anti_flicker) X(exposure_brightness) X(iris) X(gain) X(gain_limit) X(r_gain) X(b_gain)     \
+        X(color_temperature) X(reg_c0) X(mirror) X(flip) X(freeze) X(backlight) X(gamma) X(digital_zoom)    \
+            X(wdr_enable) X(wdr_level) X(brightness) X(sharpness) X(contrast) X(saturation) X(dc_iris)      \
+                X(ircut) X(nd_filter) X(nr2d) X(nr3d) X(phantom_power) X(genlock_status) X(genlock_phase)   \
+                    X(genlock_phase_step) X(genlock_vertical) X(tally_bright) X(feature_size) X(fpga_mode)  \
+                        X(feature_set) X(frame_rate) X(abs_focus) X(preset_zoom_speed) X(preset_move_speed) \
+                            X(install_pos)
 
 #define IMAGE_DECLARE_NUMERIC(name) \
     int image_##name##_get();       \
@@ -40,40 +39,42 @@ int image_zoom_pos_get();
 int image_focus_pos_get();
 int image_pan_pos_get();
 int image_tilt_pos_get();
-int image_pt_pos_get(int16_t* pan, int16_t* tilt);   // 0 or -1
+int image_pt_pos_get(int16_t* pan, int16_t* tilt);  // 0 or -1
 
 // ---- video output format (selector 0 main, 1 first SDI, 2 second SDI) --------
-const char* image_resolution_get(int selector);        // null when unknown
+const char* image_resolution_get(int selector);  // null when unknown
 int image_resolution_set(int selector, const char* format);
 
 // ---- two-value feature position ------------------------------------------------
-int image_feature_pos_get(int* first, int* second);   // 0 or -1
+int image_feature_pos_get(int* first, int* second);  // 0 or -1
 int image_feature_pos_set(int first, int second);
 
 // ---- presets, resets -----------------------------------------------------------
-int image_preset_query(int preset);                    // first reply byte or -1
-int image_preset_ctrl(int action, int preset);         // 0 store, 1 recall, 2 clear
+int image_preset_query(int preset);             // first reply byte or -1
+int image_preset_ctrl(int action, int preset);  // 0 store, 1 recall, 2 clear
 int image_params_reset(int value);
 int image_params_save(int value);
 
 // ---- drives and moves ------------------------------------------------------------
-int image_zoom_ctrl(int direction, int speed);         // 0 stop, 1 in, 2 out; speed 0..7
-int image_focus_ctrl(int direction, int speed);        // 0 stop, 1 near, 2 far; speed 0..7
-int image_ptz_ctrl(int action, int speed);             // actions 0..10; speed 0..24
+int image_zoom_ctrl(int direction, int speed);   // 0 stop, 1 in, 2 out; speed 0..7
+int image_focus_ctrl(int direction, int speed);  // 0 stop, 1 near, 2 far; speed 0..7
+int image_ptz_ctrl(int action, int speed);       // actions 0..10; speed 0..24
 int image_ptz_drive(int pan_dir, int pan_speed, int tilt_dir, int tilt_speed);
 int image_abs_position(int zoom, int focus, int pan, int tilt);  // -1 leaves an axis
 
 // Unchecked drives of the remote-control protocol: only the speed's low four
 // bits reach the camera; any direction other than 1 or 2 stops.
-int image_zoom_drive(int direction, int speed);        // 1 in, 2 out
-int image_focus_drive(int direction, int speed);       // 1 near, 2 far (manual focus first)
+int image_zoom_drive(int direction, int speed);   // 1 in, 2 out
+int image_focus_drive(int direction, int speed);  // 1 near, 2 far (manual focus first)
 int image_ptz_home();
 
 // ---- snapshot: picture through the system server into /tmp/snap.jpg ----------------
 int image_snapshot(int mode, const char* name, int width, int height, int flag);
 
 // ---- any row of the operation table (camera/visca_ops.h) ----------------------------
-namespace visca { struct Row; }
+namespace visca {
+struct Row;
+}
 int image_row_set(const visca::Row& row, int value);            // 0 or -1
 int image_row_choose(const visca::Row& row, const char* word);  // 0 or -1 (unknown word)
 int image_row_get(const visca::Row& row);                       // decoded value or -1
@@ -83,8 +84,8 @@ int image_row_get(const visca::Row& row);                       // decoded value
 // packets and feed canned replies; a null table (or a null member) means the
 // real camera command channel. System commands go through the system port.
 struct CamTransport {
-    int (*wait)(uint8_t* packet, int length, int* capacity);   // send, await the reply
-    int (*nowait)(const uint8_t* packet, int length);          // send, no reply awaited
-    void (*flush)();                                           // drop pending replies
+    int (*wait)(uint8_t* packet, int length, int* capacity);  // send, await the reply
+    int (*nowait)(const uint8_t* packet, int length);         // send, no reply awaited
+    void (*flush)();                                          // drop pending replies
 };
 void image_ctrl_set_transport(const CamTransport* transport);

@@ -14,8 +14,8 @@
 
 namespace visca {
 
-inline constexpr int kMaxPacket = 16;   // longest template is 15 bytes
-inline constexpr int kBufSize = 64;     // the camera channel's packet limit
+inline constexpr int kMaxPacket = 16;  // longest template is 15 bytes
+inline constexpr int kBufSize = 64;    // the camera channel's packet limit
 
 struct Packet {
     std::array<uint8_t, kMaxPacket> b{};
@@ -29,9 +29,9 @@ constexpr Packet pkt(std::initializer_list<uint8_t> bytes) {
 }
 
 enum class Kind : uint8_t {
-    Get,       // inquiry, reply awaited and decoded
-    Set,       // command sent without waiting
-    SetWait,   // command whose reply is awaited (and ignored)
+    Get,      // inquiry, reply awaited and decoded
+    Set,      // command sent without waiting
+    SetWait,  // command whose reply is awaited (and ignored)
 };
 
 // How a setter's argument lands in the packet at the row's position.
@@ -73,7 +73,9 @@ constexpr uint16_t modes_of(std::initializer_list<int> list) {
     for (int v : list) m = static_cast<uint16_t>(m | (1u << v));
     return m;
 }
-constexpr Gate exposure_in(std::initializer_list<int> modes) { return {"image_exposure_mode_get", modes_of(modes)}; }
+constexpr Gate exposure_in(std::initializer_list<int> modes) {
+    return {"image_exposure_mode_get", modes_of(modes)};
+}
 constexpr Gate wb_in(std::initializer_list<int> modes) { return {"image_wb_mode_get", modes_of(modes)}; }
 
 struct Row {
@@ -81,10 +83,10 @@ struct Row {
     Kind kind = Kind::Get;
     Packet packet;
     Enc enc = Enc::None;
-    uint8_t pos = 0;          // first value byte of a setter
+    uint8_t pos = 0;  // first value byte of a setter
     Form form = Form::Raw;
-    uint8_t reply = 0;        // reply capacity; 0: the packet's own length (getters), none (SetWait)
-    uint8_t exact = 0;        // reply count a getter insists on; 0: any
+    uint8_t reply = 0;  // reply capacity; 0: the packet's own length (getters), none (SetWait)
+    uint8_t exact = 0;  // reply count a getter insists on; 0: any
     Gate gate{};
     std::span<const Word> words{};
     std::span<const uint8_t> codes{};
@@ -93,12 +95,22 @@ struct Row {
 // ---- row builders, so a table line reads like the operation it describes ----
 constexpr Row get(std::string_view n, Packet p, Form f, uint8_t reply = 0, uint8_t exact = 0) {
     Row r;
-    r.name = n; r.kind = Kind::Get; r.packet = p; r.form = f; r.reply = reply; r.exact = exact;
+    r.name = n;
+    r.kind = Kind::Get;
+    r.packet = p;
+    r.form = f;
+    r.reply = reply;
+    r.exact = exact;
     return r;
 }
 constexpr Row set(std::string_view n, Packet p, Enc e = Enc::None, uint8_t pos = 0, Gate g = {}) {
     Row r;
-    r.name = n; r.kind = Kind::Set; r.packet = p; r.enc = e; r.pos = pos; r.gate = g;
+    r.name = n;
+    r.kind = Kind::Set;
+    r.packet = p;
+    r.enc = e;
+    r.pos = pos;
+    r.gate = g;
     return r;
 }
 constexpr Row set_wait(std::string_view n, Packet p, Enc e, uint8_t pos, uint8_t reply = 0) {
@@ -120,16 +132,16 @@ constexpr Row set_index(std::string_view n, Packet p, uint8_t pos, std::span<con
 
 // ---- named choices ---------------------------------------------------------------
 inline constexpr Word kFocusModes[] = {{"auto", 0x02}, {"manual", 0x03}};
-inline constexpr Word kFocusDistances[] = {
-    {"1.5m", 0}, {"2m", 1}, {"3m", 2}, {"6m", 3}, {"10m", 4}};
+inline constexpr Word kFocusDistances[] = {{"1.5m", 0}, {"2m", 1}, {"3m", 2}, {"6m", 3}, {"10m", 4}};
 inline constexpr Word kFocusSensitivities[] = {{"high", 1}, {"middle", 2}, {"low", 3}};
-inline constexpr Word kExposureModes[] = {
-    {"auto", 0x00}, {"manual", 0x03}, {"shutter priority", 0x0A},
-    {"iris priority", 0x0B}, {"brightness priority", 0x0D}};
-inline constexpr Word kWbModes[] = {
-    {"auto", 0x00}, {"indoor", 0x01}, {"outdoor", 0x02}, {"one push", 0x03},
-    {"auto tracking", 0x04}, {"manual", 0x05}, {"temperature", 0x06},
-    {"sodium", 0x08}, {"fluorescent", 0x09}};
+inline constexpr Word kExposureModes[] = {{"auto", 0x00},
+                                          {"manual", 0x03},
+                                          {"shutter priority", 0x0A},
+                                          {"iris priority", 0x0B},
+                                          {"brightness priority", 0x0D}};
+inline constexpr Word kWbModes[] = {{"auto", 0x00},        {"indoor", 0x01},        {"outdoor", 0x02},
+                                    {"one push", 0x03},    {"auto tracking", 0x04}, {"manual", 0x05},
+                                    {"temperature", 0x06}, {"sodium", 0x08},        {"fluorescent", 0x09}};
 // Auto-tracking: the person to switch to, as the camera numbers the sides.
 inline constexpr Word kAiSides[] = {{"left", 0x03}, {"right", 0x02}};
 // 3D noise reduction: level 0..4 are codes 1..5, level 5 switches it off (0).
@@ -146,22 +158,28 @@ inline constexpr Row kRows[] = {
     get("image_focus_area_get", pkt({0x81, 0x09, 0x04, 0x38, 0x02, 0xFF}), B0),
     set("image_focus_area_set", pkt({0x81, 0x01, 0x04, 0x38, 0x02, 0x00, 0xFF}), Nibble, 5),
     get("image_focus_distance_get", pkt({0x81, 0x09, 0x04, 0x28, 0xFF}), B0),
-    set_word("image_focus_distance_set", pkt({0x81, 0x01, 0x04, 0x28, 0x00, 0x00, 0x00, 0x00, 0xFF}), 4, kFocusDistances),
+    set_word("image_focus_distance_set", pkt({0x81, 0x01, 0x04, 0x28, 0x00, 0x00, 0x00, 0x00, 0xFF}), 4,
+             kFocusDistances),
     get("image_focus_sensitivity_get", pkt({0x81, 0x09, 0x04, 0x58, 0xFF}), B0),
-    set_word("image_focus_sensitivity_set", pkt({0x81, 0x01, 0x04, 0x58, 0x00, 0xFF}), 4, kFocusSensitivities),
+    set_word("image_focus_sensitivity_set", pkt({0x81, 0x01, 0x04, 0x58, 0x00, 0xFF}), 4,
+             kFocusSensitivities),
     // exposure
     get("image_exposure_mode_get", pkt({0x81, 0x09, 0x04, 0x39, 0xFF}), B0),
     set_word("image_exposure_mode_set", pkt({0x81, 0x01, 0x04, 0x39, 0x00, 0xFF}), 4, kExposureModes),
     get("image_shutter_get", pkt({0x81, 0x09, 0x04, 0x4A, 0xFF}), B0),
-    set("image_shutter_set", pkt({0x81, 0x01, 0x04, 0x4A, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib2, 6, exposure_in({1, 3})),
+    set("image_shutter_set", pkt({0x81, 0x01, 0x04, 0x4A, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib2, 6,
+        exposure_in({1, 3})),
     get("image_anti_flicker_get", pkt({0x81, 0x09, 0x04, 0xAA, 0xFF}), B0),
     set("image_anti_flicker_set", pkt({0x81, 0x01, 0x04, 0xAA, 0x00, 0xFF}), Byte, 4),
     get("image_exposure_brightness_get", pkt({0x81, 0x09, 0x04, 0x4D, 0xFF}), B0),
-    set("image_exposure_brightness_set", pkt({0x81, 0x01, 0x04, 0x4D, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib2, 6, exposure_in({4})),
+    set("image_exposure_brightness_set", pkt({0x81, 0x01, 0x04, 0x4D, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib2, 6,
+        exposure_in({4})),
     get("image_iris_get", pkt({0x81, 0x09, 0x04, 0x4B, 0xFF}), B0),
-    set("image_iris_set", pkt({0x81, 0x01, 0x04, 0x4B, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib2, 6, exposure_in({1, 2})),
+    set("image_iris_set", pkt({0x81, 0x01, 0x04, 0x4B, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib2, 6,
+        exposure_in({1, 2})),
     get("image_gain_get", pkt({0x81, 0x09, 0x04, 0x4C, 0xFF}), B0),
-    set("image_gain_set", pkt({0x81, 0x01, 0x04, 0x4C, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib2, 6, exposure_in({1})),
+    set("image_gain_set", pkt({0x81, 0x01, 0x04, 0x4C, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib2, 6,
+        exposure_in({1})),
     get("image_gain_limit_get", pkt({0x81, 0x09, 0x04, 0x2C, 0xFF}), B0),
     set("image_gain_limit_set", pkt({0x81, 0x01, 0x04, 0x2C, 0x00, 0xFF}), Nibble, 4, exposure_in({0})),
     // white balance
@@ -172,7 +190,8 @@ inline constexpr Row kRows[] = {
     get("image_b_gain_get", pkt({0x81, 0x09, 0x04, 0x44, 0xFF}), B0),
     set("image_b_gain_set", pkt({0x81, 0x01, 0x04, 0x44, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib2, 6, wb_in({5})),
     get("image_color_temperature_get", pkt({0x81, 0x09, 0x04, 0x2A, 0xFF}), W0),
-    set("image_color_temperature_set", pkt({0x81, 0x01, 0x04, 0x2A, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4, 4, wb_in({6})),
+    set("image_color_temperature_set", pkt({0x81, 0x01, 0x04, 0x2A, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4, 4,
+        wb_in({6})),
     get("image_reg_c0_get", pkt({0x81, 0x09, 0x04, 0xC0, 0xFF}), B0),
     set("image_reg_c0_set", pkt({0x81, 0x01, 0x04, 0xC0, 0x00, 0xFF}), Byte, 4),
     // picture
@@ -237,7 +256,9 @@ inline constexpr Row kRows[] = {
     get("image_feature_set_get", pkt({0x81, 0x09, 0x06, 0x33, 0xFF}), P2, 16),
     set_wait("image_feature_set_set", pkt({0x81, 0x01, 0x06, 0x33, 0x00, 0xFF}), Byte, 4),
     get("image_feature_pos_get", pkt({0x81, 0x09, 0x06, 0x32, 0xFF}), P4, 16, 11),
-    set_wait("image_feature_pos_set", pkt({0x81, 0x01, 0x06, 0x32, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4, 6),
+    set_wait("image_feature_pos_set",
+             pkt({0x81, 0x01, 0x06, 0x32, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xFF}),
+             Nib4, 6),
     // frame rate, installation
     get("image_frame_rate_get", pkt({0x81, 0x09, 0x04, 0xC7, 0xFF}), B0),
     set("image_frame_rate_set", pkt({0x81, 0x01, 0x04, 0xC7, 0x00, 0x00, 0xFF}), Nib2, 4),
@@ -281,14 +302,17 @@ inline constexpr Row kRows[] = {
     set("pan tilt drive", pkt({0x81, 0x01, 0x06, 0x01, 0x0A, 0x0A, 0x03, 0x03, 0xFF})),
     set("pan tilt home", pkt({0x81, 0x01, 0x06, 0x04, 0xFF})),
     set("pan tilt reset", pkt({0x81, 0x01, 0x06, 0x05, 0xFF})),
-    set("abs zoom focus", pkt({0x81, 0x01, 0x04, 0x47, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4, 4),
+    set("abs zoom focus", pkt({0x81, 0x01, 0x04, 0x47, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xFF}),
+        Nib4, 4),
     set("abs zoom", pkt({0x81, 0x01, 0x04, 0x47, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4, 4),
     set("abs focus", pkt({0x81, 0x01, 0x04, 0x48, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4, 4),
-    set("abs pan tilt", pkt({0x81, 0x01, 0x06, 0x02, 0x18, 0x18, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4, 6),
+    set("abs pan tilt",
+        pkt({0x81, 0x01, 0x06, 0x02, 0x18, 0x18, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4,
+        6),
 };
 
 // Compile-time lookup: a misspelt name stops the build.
-void no_such_row();   // never defined; reaching it in a constant evaluation is an error
+void no_such_row();  // never defined; reaching it in a constant evaluation is an error
 consteval const Row& row(std::string_view name) {
     for (const Row& r : kRows)
         if (r.name == name) return r;
@@ -324,20 +348,20 @@ struct Format {
 };
 inline constexpr int kFormatCodes = 47;
 inline constexpr Format kFormats[] = {
-    {0x01, "1920X1080I@60Hz", true},    {0x02, "1920X1080I@59.94Hz", true},
-    {0x04, "1920X1080I@50Hz", true},    {0x06, "1920X1080P@30Hz", true},
-    {0x07, "1920X1080P@29.97Hz", true}, {0x08, "1920X1080P@25Hz", true},
-    {0x09, "1280X720P@60Hz", true},     {0x0A, "1280X720P@59.94Hz", true},
-    {0x0C, "1280X720P@50Hz", true},     {0x0E, "1280X720P@30Hz", true},
-    {0x0F, "1280X720P@29.97Hz", true},  {0x11, "1280X720P@25Hz", true},
-    {0x13, "1920X1080P@59.94Hz", true}, {0x1B, "3840X2160P@24Hz", false},
+    {0x01, "1920X1080I@60Hz", true},     {0x02, "1920X1080I@59.94Hz", true},
+    {0x04, "1920X1080I@50Hz", true},     {0x06, "1920X1080P@30Hz", true},
+    {0x07, "1920X1080P@29.97Hz", true},  {0x08, "1920X1080P@25Hz", true},
+    {0x09, "1280X720P@60Hz", true},      {0x0A, "1280X720P@59.94Hz", true},
+    {0x0C, "1280X720P@50Hz", true},      {0x0E, "1280X720P@30Hz", true},
+    {0x0F, "1280X720P@29.97Hz", true},   {0x11, "1280X720P@25Hz", true},
+    {0x13, "1920X1080P@59.94Hz", true},  {0x1B, "3840X2160P@24Hz", false},
     {0x1C, "3840X2160P@23.98Hz", false}, {0x1D, "3840X2160P@30Hz", true},
-    {0x1E, "3840X2160P@25Hz", true},    {0x1F, "3840X2160P@60Hz", true},
-    {0x20, "3840X2160P@50Hz", true},    {0x21, "3840X2160P@59.94Hz", true},
-    {0x22, "3840X2160P@29.97Hz", true}, {0x23, "1920X1080P@120Hz", true},
-    {0x24, "1280X720P@120Hz", true},    {0x25, "1920X1080P@100Hz", true},
-    {0x26, "1280X720P@100Hz", true},    {0x2A, "1920X1080P@24Hz", true},
-    {0x2B, "1920X1080P@23.98Hz", true}, {0x2E, "1920X1080P@60Hz", true},
+    {0x1E, "3840X2160P@25Hz", true},     {0x1F, "3840X2160P@60Hz", true},
+    {0x20, "3840X2160P@50Hz", true},     {0x21, "3840X2160P@59.94Hz", true},
+    {0x22, "3840X2160P@29.97Hz", true},  {0x23, "1920X1080P@120Hz", true},
+    {0x24, "1280X720P@120Hz", true},     {0x25, "1920X1080P@100Hz", true},
+    {0x26, "1280X720P@100Hz", true},     {0x2A, "1920X1080P@24Hz", true},
+    {0x2B, "1920X1080P@23.98Hz", true},  {0x2E, "1920X1080P@60Hz", true},
     {0x2F, "1920X1080P@50Hz", true},
 };
 // Output selector byte: main output, first SDI, second SDI.

@@ -14,7 +14,7 @@ int out_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 size_t out_write(const void* data, size_t size);
 
 // Request body input.
-int in_getchar();                       // next byte or EOF (-1)
+int in_getchar();  // next byte or EOF (-1)
 size_t in_read(void* buffer, size_t size);
 
 // Files opened through the FastCGI layer (firmware upload).

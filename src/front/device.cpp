@@ -19,12 +19,11 @@
 
 namespace {
 
-
 constexpr const char* kLogoPath = "/opt/params/logo.jpg";
 constexpr const char* kSnapPath = "/tmp/snap.jpg";
 constexpr unsigned kSnapshotCmd = 41;
-constexpr int kSnapWaitTries = 30;           // 100 ms apart
-constexpr int kInUseWaitTries = 20;          // 500 ms apart
+constexpr int kSnapWaitTries = 30;   // 100 ms apart
+constexpr int kInUseWaitTries = 20;  // 500 ms apart
 
 using PathHandler = int (*)();
 

@@ -17,7 +17,6 @@
 
 namespace {
 
-
 enum class Axis { PanTilt, Home, Focus, Zoom };
 
 // One row per movement type. Pan-tilt rows carry the VISCA pan and tilt
@@ -61,12 +60,9 @@ int json_ptz_ctrl(int type, int speed) {
             int s = speed & 0xFF;  // only the low byte reaches the camera
             return image_ptz_drive(m.first, s, m.second, s);
         }
-        case Axis::Home:
-            return json_ptz_home();
-        case Axis::Focus:
-            return json_ptz_focus(m.first, speed);
-        case Axis::Zoom:
-            return json_ptz_zoom(m.first, speed);
+        case Axis::Home: return json_ptz_home();
+        case Axis::Focus: return json_ptz_focus(m.first, speed);
+        case Axis::Zoom: return json_ptz_zoom(m.first, speed);
         }
     }
     return 0;

@@ -27,10 +27,10 @@
 
 namespace {
 
-constexpr size_t kBufferSize = 2048;     // query and body area
+constexpr size_t kBufferSize = 2048;  // query and body area
 constexpr size_t kMaxQuery = kBufferSize - 1;
 constexpr size_t kPostNameSize = 32;
-constexpr size_t kPostNameSkip = 5;      // "path=" is skipped unread
+constexpr size_t kPostNameSkip = 5;  // "path=" is skipped unread
 constexpr const char* kErrorParams = "Error params.\n";
 
 // One spare byte behind the area keeps a full 2048-byte body terminated.
@@ -185,9 +185,7 @@ int post_route_selected() { return g_route_index; }
 void upload_set_armed(bool armed) { g_upload_armed = armed; }
 bool upload_is_armed() { return g_upload_armed; }
 void upload_set_path(const char* path) { g_upload_path = path ? path : "/tmp/update.bin"; }
-void print_conf_set_path(const char* path) {
-    g_print_conf = path ? path : "/opt/params/print.conf";
-}
+void print_conf_set_path(const char* path) { g_print_conf = path ? path : "/opt/params/print.conf"; }
 
 void web_handle_request() {
     reload_print_level_if_asked();

@@ -70,9 +70,7 @@ CamMsg make_request(const uint8_t* packet, int length) {
 
 // The reply length as the caller may take it: the smaller of its capacity
 // and the record's length, never below zero nor beyond the packet field.
-int clip_reply(int capacity, int length) {
-    return std::clamp(std::min(capacity, length), 0, kPacketField);
-}
+int clip_reply(int capacity, int length) { return std::clamp(std::min(capacity, length), 0, kPacketField); }
 
 bool packet_ok(const uint8_t* packet, int length) {
     return packet != nullptr && length >= 0 && length <= kPacketField;
@@ -196,8 +194,7 @@ int TramsMsg2Cam(uint8_t* packet, int length, int* capacity) {
     int result = -1;
     if (Msg_Send(g_qid, &msg, kWholeMsg) >= 0) {
         for (;;) {
-            const ssize_t got =
-                msgrcv(g_qid, &msg, kCamMsgBody, g_own_id, IPC_NOWAIT | MSG_NOERROR);
+            const ssize_t got = msgrcv(g_qid, &msg, kCamMsgBody, g_own_id, IPC_NOWAIT | MSG_NOERROR);
             if (got >= 0) {
                 if (msg.seq != request.seq) continue;  // a late reply to an older request
                 if (capacity != nullptr) {
@@ -224,8 +221,7 @@ int TramsMsg2Cam(uint8_t* packet, int length, int* capacity) {
 
 int TramsMsg2CamNowait(const uint8_t* packet, int length) {
     if (packet != nullptr && length >= 0)
-        LOG_DBG("TramsMsg2CamNowait:%s\n",
-                hex_bytes(packet, std::min(length, kPacketField)).c_str());
+        LOG_DBG("TramsMsg2CamNowait:%s\n", hex_bytes(packet, std::min(length, kPacketField)).c_str());
     if (!channel_ready()) return -1;
     if (!packet_ok(packet, length)) return -1;
     FlushMsgFromCam();
@@ -256,8 +252,7 @@ int RecvMsgFromCam(uint8_t* buffer, int* capacity, int timeout_ms) {
 
 int RecvMsgFromCam1(uint8_t* buffer, int* capacity, int timeout_ms, int* seq) {
     int dummy = 0;
-    return recv_from_cam(buffer, capacity, timeout_ms, seq != nullptr ? seq : &dummy,
-                         "RecvMsgFromCam1");
+    return recv_from_cam(buffer, capacity, timeout_ms, seq != nullptr ? seq : &dummy, "RecvMsgFromCam1");
 }
 
 void FlushMsgFromCam() {

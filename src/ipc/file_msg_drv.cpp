@@ -49,9 +49,7 @@ void sleep_10ms() {
 uint32_t load_word(const void* p) {
     return __atomic_load_n(static_cast<const uint32_t*>(p), __ATOMIC_ACQUIRE);
 }
-uint8_t load_byte(const void* p) {
-    return __atomic_load_n(static_cast<const uint8_t*>(p), __ATOMIC_ACQUIRE);
-}
+uint8_t load_byte(const void* p) { return __atomic_load_n(static_cast<const uint8_t*>(p), __ATOMIC_ACQUIRE); }
 
 // Polls `ready` every 10 ms against `budget` (negative: no limit), which is
 // shared by successive waits. True once ready.
@@ -266,8 +264,7 @@ int fSetSsdpEnable(uint8_t enable) { return set_field(&SysInfo::ssdp, enable); }
 int fSetMAC(const char* mac_text) {
     if (g_store == nullptr || mac_text == nullptr) return -1;
     unsigned b[6];
-    if (std::sscanf(mac_text, "%02x:%02x:%02x:%02x:%02x:%02x", &b[0], &b[1], &b[2], &b[3], &b[4],
-                    &b[5]) != 6)
+    if (std::sscanf(mac_text, "%02x:%02x:%02x:%02x:%02x:%02x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]) != 6)
         return -1;
     for (int i = 0; i < 6; ++i) g_store->info.mac[i] = static_cast<uint8_t>(b[i]);
     return SetSysInfo(kNetSection);
@@ -283,8 +280,7 @@ int fSetRtmpPort(uint16_t port) {
 
 int fSetHttpPort(uint16_t port) {
     if (g_store == nullptr) return -1;
-    replace_port_line("/opt/ipnc/www/config/lighttpd.conf", "server.port =", "server.port = %d\n",
-                      port);
+    replace_port_line("/opt/ipnc/www/config/lighttpd.conf", "server.port =", "server.port = %d\n", port);
     return set_field(&SysInfo::httpPort, port);
 }
 

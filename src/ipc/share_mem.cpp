@@ -35,8 +35,7 @@ enum class Dir { read, write };
 // and lengths would leave the segment and are refused as overflows too.
 bool copy_allowed(int offset, const void* mem, int length) {
     const int64_t end = static_cast<int64_t>(offset) + length;
-    return length < PROC_MEM_SIZE + 1 && end < kShmSize + 1 && offset >= 0 && length >= 0 &&
-           mem != nullptr;
+    return length < PROC_MEM_SIZE + 1 && end < kShmSize + 1 && offset >= 0 && length >= 0 && mem != nullptr;
 }
 
 // Attaches the segment for this one copy and returns the detach result.
@@ -71,14 +70,12 @@ int pShareMemInit(int key) {
 
 int ShareMemRead(int offset, void* buf, int length) {
     const bool allowed = copy_allowed(offset, buf, length);
-    if (!allowed)
-        LOG_ERR("ShareMemRead:Overflow!%d  %d  %d  %d\n", offset, length, PROC_MEM_SIZE, kShmSize);
+    if (!allowed) LOG_ERR("ShareMemRead:Overflow!%d  %d  %d  %d\n", offset, length, PROC_MEM_SIZE, kShmSize);
     return attached_copy(Dir::read, offset, buf, length, allowed);
 }
 
 int ShareMemWrite(int offset, const void* buf, int length) {
     const bool allowed = copy_allowed(offset, buf, length);
-    if (!allowed)
-        LOG_ERR("ShareMemWrite:Overflow!%d  %d  %d  %d\n", offset, length, PROC_MEM_SIZE, kShmSize);
+    if (!allowed) LOG_ERR("ShareMemWrite:Overflow!%d  %d  %d  %d\n", offset, length, PROC_MEM_SIZE, kShmSize);
     return attached_copy(Dir::write, offset, const_cast<void*>(buf), length, allowed);
 }

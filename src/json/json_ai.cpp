@@ -99,4 +99,6 @@ int json_ai_set_ctrl(cJSON* member, cJSON* reply) {
     return block_answer(kFields, area_bytes(), member->string, reply, kInAfter);
 }
 
-int json_ai_get_ctrl(cJSON* member, cJSON* reply) { return fields_read(kFields, area_bytes(), member, reply); }
+int json_ai_get_ctrl(cJSON* member, cJSON* reply) {
+    return fields_read(kFields, area_bytes(), member, reply);
+}

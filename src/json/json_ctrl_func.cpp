@@ -89,15 +89,12 @@ std::string_view field_text(const char (&field)[N]) {
     return {field, strnlen(field, N)};
 }
 
-
-
 // True when the request proves itself with the key or a correct login. The
 // key must be spelled exactly "key"; the login is found like any other
 // section and member name, without regard to case.
 bool access_granted(const cJSON* request) {
     const cJSON* key = cJSON_GetObjectItemCaseSensitive(request, "key");
-    if (cJSON_IsNumber(key) && json_access_key_match(static_cast<int32_t>(key->valueint)) == 1)
-        return true;
+    if (cJSON_IsNumber(key) && json_access_key_match(static_cast<int32_t>(key->valueint)) == 1) return true;
     const cJSON* system = cJSON_GetObjectItem(request, "system");
     if (!cJSON_IsObject(system)) return false;
     const cJSON* login = cJSON_GetObjectItem(system, "login");

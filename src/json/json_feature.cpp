@@ -75,9 +75,8 @@ cJSON* slot_values(int slot) {
 
 // A stored slot answers its values; any other slot answers false.
 void answer_slot(cJSON* answer, const char* key, int slot) {
-    cJSON* values = image_preset_query(kFeaturePresetBase + slot) == kPresetStored
-                        ? slot_values(slot)
-                        : nullptr;
+    cJSON* values =
+        image_preset_query(kFeaturePresetBase + slot) == kPresetStored ? slot_values(slot) : nullptr;
     if (values != nullptr)
         json_answer(answer, key, values);
     else
@@ -114,8 +113,7 @@ cJSON* json_feature_read(const cJSON* request) {
     if (answer == nullptr) return nullptr;
     ensure_web_link();
     if (all) {
-        for (int slot = 0; slot < kFeatureSlots; ++slot)
-            answer_slot(answer, slot_name(slot).data(), slot);
+        for (int slot = 0; slot < kFeatureSlots; ++slot) answer_slot(answer, slot_name(slot).data(), slot);
         return answer;
     }
     for (const cJSON* member = request->child; member != nullptr; member = member->next) {

@@ -19,12 +19,12 @@ namespace {
 constexpr WordCode kFocusModeWords[] = {{"auto", 0}, {"manual", 1}};
 constexpr WordCode kFocusDistanceWords[] = {{"1.5m", 0}, {"2m", 1}, {"3m", 2}, {"6m", 3}, {"10m", 4}};
 constexpr WordCode kFocusSensitivityWords[] = {{"high", 1}, {"middle", 2}, {"low", 3}};
-constexpr WordCode kExposureModeWords[] = {{"auto", 0}, {"manual", 1}, {"iris priority", 2},
-                                           {"shutter priority", 3}, {"brightness priority", 4}};
+constexpr WordCode kExposureModeWords[] = {
+    {"auto", 0}, {"manual", 1}, {"iris priority", 2}, {"shutter priority", 3}, {"brightness priority", 4}};
 // 3 is the one-push state, reported as manual like 5.
-constexpr WordCode kWbModeWords[] = {{"auto", 0},        {"indoor", 1},      {"outdoor", 2},
+constexpr WordCode kWbModeWords[] = {{"auto", 0},        {"indoor", 1},        {"outdoor", 2},
                                      {"manual", 3},      {"auto tracking", 4}, {"manual", 5},
-                                     {"temperature", 6}, {"sodium", 8},      {"fluorescent", 9}};
+                                     {"temperature", 6}, {"sodium", 8},        {"fluorescent", 9}};
 
 // ---- the output format list ------------------------------------------------------
 
@@ -104,11 +104,11 @@ cJSON* read_feature_all() { return json_feature_read(nullptr); }
 // ---- the key table ----------------------------------------------------------------------
 
 enum class Source : uint8_t {
-    number,     // getter's value as a number
-    words,      // getter's value through a decoding table
-    constant,   // a fixed number
-    unserved,   // false, not counted as a failure
-    built,      // answered by a function of its own
+    number,    // getter's value as a number
+    words,     // getter's value through a decoding table
+    constant,  // a fixed number
+    unserved,  // false, not counted as a failure
+    built,     // answered by a function of its own
 };
 
 struct ReadRow {
@@ -195,25 +195,19 @@ constexpr auto kReadTable = std::to_array<ReadRow>({
     num("preset move speed", image_preset_move_speed_get),
 });
 
-const ReadRow* find_read_row(const char* key) {
-    return find_row(std::span<const ReadRow>(kReadTable), key);
-}
+const ReadRow* find_read_row(const char* key) { return find_row(std::span<const ReadRow>(kReadTable), key); }
 
 cJSON* read_value(const ReadRow& row) {
     switch (row.source) {
-    case Source::number:
-        return number_or_null(row.get());
+    case Source::number: return number_or_null(row.get());
     case Source::words: {
         const int value = row.get();
         const char* word = value >= 0 ? word_of(row.words, value) : nullptr;
         return word != nullptr ? cJSON_CreateString(word) : nullptr;
     }
-    case Source::constant:
-        return cJSON_CreateNumber(row.constant);
-    case Source::unserved:
-        return cJSON_CreateFalse();
-    case Source::built:
-        return row.build();
+    case Source::constant: return cJSON_CreateNumber(row.constant);
+    case Source::unserved: return cJSON_CreateFalse();
+    case Source::built: return row.build();
     }
     return nullptr;
 }
@@ -309,6 +303,4 @@ int json_image_degrees(int32_t position) {
     return static_cast<int>(static_cast<double>(position) * 14.4 / 32768.0);
 }
 
-int json_image_get_ctrl(cJSON* member, cJSON* reply) {
-    return json_section_walk(member, reply, read_member);
-}
+int json_image_get_ctrl(cJSON* member, cJSON* reply) { return json_section_walk(member, reply, read_member); }

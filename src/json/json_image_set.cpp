@@ -49,8 +49,7 @@ constexpr WriteRow value(std::string_view name, int (*set)(int), int mask = 0) {
 constexpr WriteRow output(std::string_view name, int selector) {
     return {name, JsonType::string, Apply::resolution, nullptr, nullptr, selector};
 }
-constexpr WriteRow own(std::string_view name, JsonType type,
-                       int (*fn)(const cJSON* item, cJSON* answer)) {
+constexpr WriteRow own(std::string_view name, JsonType type, int (*fn)(const cJSON* item, cJSON* answer)) {
     return {name, type, Apply::own, nullptr, nullptr, 0, fn};
 }
 
@@ -77,9 +76,7 @@ constexpr uint32_t kCmdVideoOutput = 47;
 constexpr uint32_t kCmdDigitalZoom = 49;
 constexpr int32_t kDigitalZoomFull = 1024;
 
-int send_to_system(uint32_t command, int32_t value) {
-    return sys_send(command, &value, sizeof value);
-}
+int send_to_system(uint32_t command, int32_t value) { return sys_send(command, &value, sizeof value); }
 
 int write_vo_en(const cJSON* item, cJSON* answer) {
     if (send_to_system(kCmdVideoOutput, item->valueint) != 0) {
@@ -165,8 +162,7 @@ int write_abs_ctrl(const cJSON* item, cJSON* answer) {
         if (row == nullptr || !cJSON_IsNumber(axis)) return answer_done(item, answer, -1);
         position[static_cast<size_t>(row - kAbsAxes.data())] = axis->valueint;
     }
-    return answer_done(item, answer,
-                       image_abs_position(position[0], position[1], position[2], position[3]));
+    return answer_done(item, answer, image_abs_position(position[0], position[1], position[2], position[3]));
 }
 
 template <int (*Operation)(int)>
@@ -298,16 +294,11 @@ bool type_fits(JsonType type, const cJSON* item) {
     int first = 0;
     int second = 0;
     switch (type) {
-    case JsonType::string:
-        return cJSON_IsString(item) && item->valuestring != nullptr;
-    case JsonType::number:
-        return cJSON_IsNumber(item);
-    case JsonType::object:
-        return cJSON_IsObject(item);
-    case JsonType::pair:
-        return number_pair(item, first, second);
-    case JsonType::any:
-        return true;
+    case JsonType::string: return cJSON_IsString(item) && item->valuestring != nullptr;
+    case JsonType::number: return cJSON_IsNumber(item);
+    case JsonType::object: return cJSON_IsObject(item);
+    case JsonType::pair: return number_pair(item, first, second);
+    case JsonType::any: return true;
     }
     return false;
 }
@@ -316,18 +307,14 @@ bool type_fits(JsonType type, const cJSON* item) {
 int send_setting(const WriteRow& row, const cJSON* item) {
     const int number = item->valueint;
     switch (row.apply) {
-    case Apply::text:
-        return row.set_text(item->valuestring);
-    case Apply::value:
-        return row.set_value(row.arg != 0 ? number & row.arg : number);
-    case Apply::resolution:
-        return image_resolution_set(row.arg, item->valuestring);
+    case Apply::text: return row.set_text(item->valuestring);
+    case Apply::value: return row.set_value(row.arg != 0 ? number & row.arg : number);
+    case Apply::resolution: return image_resolution_set(row.arg, item->valuestring);
     case Apply::feature_pos: {
         const auto bits = static_cast<uint32_t>(number);
         return image_feature_pos_set(static_cast<int>(bits >> 16), static_cast<int>(bits & 0xFFFF));
     }
-    case Apply::own:
-        break;
+    case Apply::own: break;
     }
     return -1;
 }

@@ -65,8 +65,10 @@ int json_ntp_set_ctrl(cJSON* member, cJSON* reply) {
     FieldWrite ctx{block, nullptr, reply};
     int result = fields_apply(kFields, ctx, member, taken);
     if (result == 0 && sys_send(kCmdNtp, block, sizeof(NtpParams)) != 0) result = -1;
-    if (result == 0) result = fields_read(kFields, block, taken, reply, {.non_true_fails = false});
-    else json_answer_false(reply, member->string);
+    if (result == 0)
+        result = fields_read(kFields, block, taken, reply, {.non_true_fails = false});
+    else
+        json_answer_false(reply, member->string);
     taken->string = nullptr;
     cJSON_Delete(taken);
     return result;

@@ -33,7 +33,8 @@ bool write_task(const Field&, FieldWrite& ctx, const cJSON* item, int index) {
     const auto i = static_cast<size_t>(index);
     if (const cJSON* v = cJSON_GetObjectItem(item, "enable"); cJSON_IsNumber(v))
         rec.taskEnable[i] = static_cast<uint8_t>(v->valueint);
-    if (const cJSON* v = cJSON_GetObjectItem(item, "start"); cJSON_IsNumber(v)) rec.taskStart[i] = v->valueint;
+    if (const cJSON* v = cJSON_GetObjectItem(item, "start"); cJSON_IsNumber(v))
+        rec.taskStart[i] = v->valueint;
     if (const cJSON* v = cJSON_GetObjectItem(item, "stop"); cJSON_IsNumber(v)) rec.taskStop[i] = v->valueint;
     return true;
 }

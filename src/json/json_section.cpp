@@ -14,8 +14,7 @@
 
 void json_answer(cJSON* answer, const char* key, cJSON* item) {
     if (item == nullptr) return;
-    if (answer == nullptr || key == nullptr || !cJSON_AddItemToObject(answer, key, item))
-        cJSON_Delete(item);
+    if (answer == nullptr || key == nullptr || !cJSON_AddItemToObject(answer, key, item)) cJSON_Delete(item);
 }
 
 int json_section_dispatch(std::span<const JsonSection> table, cJSON* request, cJSON* reply) {
@@ -24,8 +23,7 @@ int json_section_dispatch(std::span<const JsonSection> table, cJSON* request, cJ
          member = member->next) {
         const JsonSection* section = find_row(table, member->string);
         if (section != nullptr && section->handler == nullptr) continue;  // "key"
-        if (section == nullptr ||
-            (section->value == SectionValue::object && !cJSON_IsObject(member))) {
+        if (section == nullptr || (section->value == SectionValue::object && !cJSON_IsObject(member))) {
             json_answer_false(reply, member->string);
             failed = true;
             continue;
@@ -70,9 +68,7 @@ int64_t load_number(FieldForm form, const uint8_t* at) {
     }
 }
 
-int64_t load_code(const Field& row, const uint8_t* at) {
-    return row.size == 4 ? load<uint32_t>(at) : at[0];
-}
+int64_t load_code(const Field& row, const uint8_t* at) { return row.size == 4 ? load<uint32_t>(at) : at[0]; }
 
 // The index of an indexed row's key ("task2" → 2), or -1 when the rest of
 // the key is not a plain decimal number.
@@ -130,8 +126,7 @@ cJSON* field_value(const Field& row, const uint8_t* block, int index) {
     case FieldForm::u16:
     case FieldForm::i16:
     case FieldForm::i32:
-    case FieldForm::u32:
-        return cJSON_CreateNumber(static_cast<double>(load_number(row.form, at)));
+    case FieldForm::u32: return cJSON_CreateNumber(static_cast<double>(load_number(row.form, at)));
     case FieldForm::text: {
         const auto* text = reinterpret_cast<const char*>(at);
         return cJSON_CreateString(std::string(text, strnlen(text, row.size)).c_str());
@@ -143,8 +138,8 @@ cJSON* field_value(const Field& row, const uint8_t* block, int index) {
     }
     case FieldForm::mac: {
         char text[18];
-        std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", at[0], at[1], at[2], at[3],
-                      at[4], at[5]);
+        std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", at[0], at[1], at[2], at[3], at[4],
+                      at[5]);
         return cJSON_CreateString(text);
     }
     case FieldForm::words: {
@@ -152,8 +147,7 @@ cJSON* field_value(const Field& row, const uint8_t* block, int index) {
         const char* word = code <= INT32_MAX ? word_of(row.words, static_cast<int>(code)) : nullptr;
         return word != nullptr ? cJSON_CreateString(word) : nullptr;
     }
-    case FieldForm::own:
-        break;
+    case FieldForm::own: break;
     }
     return nullptr;
 }
@@ -170,9 +164,12 @@ bool field_store(const Field& row, FieldWrite& ctx, const cJSON* item, int index
     case FieldForm::u32: {
         if (!cJSON_IsNumber(item)) return false;
         const auto v = static_cast<uint32_t>(item->valueint);  // the low bytes are kept
-        if (row.form == FieldForm::u8) store(at, static_cast<uint8_t>(v));
-        else if (row.form == FieldForm::u16 || row.form == FieldForm::i16) store(at, static_cast<uint16_t>(v));
-        else store(at, v);
+        if (row.form == FieldForm::u8)
+            store(at, static_cast<uint8_t>(v));
+        else if (row.form == FieldForm::u16 || row.form == FieldForm::i16)
+            store(at, static_cast<uint16_t>(v));
+        else
+            store(at, v);
         return true;
     }
     case FieldForm::text: {
@@ -185,8 +182,7 @@ bool field_store(const Field& row, FieldWrite& ctx, const cJSON* item, int index
     }
     case FieldForm::ipv4: {
         in_addr addr{};
-        if (!cJSON_IsString(item) || item->valuestring == nullptr ||
-            inet_aton(item->valuestring, &addr) == 0)
+        if (!cJSON_IsString(item) || item->valuestring == nullptr || inet_aton(item->valuestring, &addr) == 0)
             return false;
         store(at, static_cast<uint32_t>(addr.s_addr));
         return true;
@@ -195,8 +191,8 @@ bool field_store(const Field& row, FieldWrite& ctx, const cJSON* item, int index
         unsigned b[6];
         char tail = 0;
         if (!cJSON_IsString(item) || item->valuestring == nullptr ||
-            std::sscanf(item->valuestring, "%2x:%2x:%2x:%2x:%2x:%2x%c", &b[0], &b[1], &b[2], &b[3],
-                        &b[4], &b[5], &tail) != 6)
+            std::sscanf(item->valuestring, "%2x:%2x:%2x:%2x:%2x:%2x%c", &b[0], &b[1], &b[2], &b[3], &b[4],
+                        &b[5], &tail) != 6)
             return false;
         for (int i = 0; i < 6; ++i) at[i] = static_cast<uint8_t>(b[i]);
         return true;
@@ -205,12 +201,13 @@ bool field_store(const Field& row, FieldWrite& ctx, const cJSON* item, int index
         if (!cJSON_IsString(item)) return false;
         const WordCode* w = word_find(row.words, item->valuestring);
         if (w == nullptr) return true;  // an unknown word changes nothing
-        if (row.size == 4) store(at, static_cast<uint32_t>(w->code));
-        else *at = static_cast<uint8_t>(w->code);
+        if (row.size == 4)
+            store(at, static_cast<uint32_t>(w->code));
+        else
+            *at = static_cast<uint8_t>(w->code);
         return true;
     }
-    case FieldForm::own:
-        break;
+    case FieldForm::own: break;
     }
     return false;
 }
@@ -242,8 +239,8 @@ int fields_read(Fields table, const uint8_t* block, cJSON* member, cJSON* reply,
     } else if (cJSON_IsObject(member)) {
         for (const cJSON* item = member->child; item != nullptr; item = item->next) {
             int index = 0;
-            const Field* row = find_field(table, item->string, index,
-                                          [](const Field& r) { return (r.in & kInKeyed) != 0; });
+            const Field* row =
+                find_field(table, item->string, index, [](const Field& r) { return (r.in & kInKeyed) != 0; });
             if (row == nullptr || !cJSON_IsTrue(item)) {
                 json_answer_false(answer, item->string);
                 if (row == nullptr || rules.non_true_fails) result = -1;
@@ -268,8 +265,7 @@ int fields_apply(Fields table, FieldWrite& ctx, const cJSON* member, cJSON* answ
     for (const cJSON* item = member != nullptr ? member->child : nullptr; item != nullptr;
          item = item->next) {
         int index = 0;
-        const Field* row = find_field(table, item->string, index,
-                                      [](const Field& r) { return r.writable; });
+        const Field* row = find_field(table, item->string, index, [](const Field& r) { return r.writable; });
         const bool taken = row != nullptr && field_store(*row, ctx, item, index);
         if (!taken) result = -1;
         if (answer != nullptr) json_answer(answer, item->string, cJSON_CreateBool(taken));

@@ -12,7 +12,6 @@
 #include "records/records.h"
 #include "support/words.h"
 
-
 // A section handler gets the request member (its key is the section name)
 // and the reply object; it adds its answer and returns 0 or -1.
 using json_section_fn = int (*)(cJSON* member, cJSON* reply);
@@ -44,9 +43,7 @@ void json_answer(cJSON* answer, const char* key, cJSON* item);
 inline void json_answer_false(cJSON* answer, const char* key) {
     json_answer(answer, key, cJSON_CreateFalse());
 }
-inline void json_answer_true(cJSON* answer, const char* key) {
-    json_answer(answer, key, cJSON_CreateTrue());
-}
+inline void json_answer_true(cJSON* answer, const char* key) { json_answer(answer, key, cJSON_CreateTrue()); }
 inline void json_answer_number(cJSON* answer, const char* key, double value) {
     json_answer(answer, key, cJSON_CreateNumber(value));
 }
@@ -66,8 +63,7 @@ int json_section_walk(cJSON* member, cJSON* reply, Each&& each) {
         return -1;
     }
     int result = 0;
-    for (cJSON* item = member->child; item != nullptr; item = item->next)
-        each(item, answer, result);
+    for (cJSON* item = member->child; item != nullptr; item = item->next) each(item, answer, result);
     json_answer(reply, member->string, answer);
     return result;
 }
@@ -79,12 +75,16 @@ int json_section_walk(cJSON* member, cJSON* reply, Each&& each) {
 // block; rows with an algorithm of their own name a function.
 
 enum class FieldForm : uint8_t {
-    u8, u16, i16, i32, u32,  // numbers of that width, little-endian
-    text,                    // zero-terminated text of `size` bytes
-    ipv4,                    // u32 in network byte order, dotted text in JSON
-    mac,                     // 6 bytes, "%02x:%02x:%02x:%02x:%02x:%02x" in JSON
-    words,                   // a u8/u32 code (by `size`: 1 or 4) answered as its word
-    own,                     // read and written by the row's functions only
+    u8,
+    u16,
+    i16,
+    i32,
+    u32,    // numbers of that width, little-endian
+    text,   // zero-terminated text of `size` bytes
+    ipv4,   // u32 in network byte order, dotted text in JSON
+    mac,    // 6 bytes, "%02x:%02x:%02x:%02x:%02x:%02x" in JSON
+    words,  // a u8/u32 code (by `size`: 1 or 4) answered as its word
+    own,    // read and written by the row's functions only
 };
 
 // Which answers a row takes part in: the whole section (value true), a
@@ -108,14 +108,14 @@ struct Field {
     std::string_view name;
     FieldForm form;
     uint16_t offset = 0;
-    uint16_t size = 0;     // text capacity, or the width of a word code
+    uint16_t size = 0;  // text capacity, or the width of a word code
     Words words{};
     bool writable = true;
     uint8_t in = kInAll;
     // An indexed row: the key is `name` directly followed by a decimal index
     // below `count` ("task0".."task3"); the whole answer lists every index.
     uint8_t count = 0;
-    int arg = 0;           // for the row's own functions
+    int arg = 0;              // for the row's own functions
     bool exact_name = false;  // answered under the row's spelling, not the request's
     // Own reading: the answer, or null (false). `index` is the indexed row's.
     cJSON* (*read)(const Field& row, const uint8_t* block, int index) = nullptr;
@@ -128,8 +128,8 @@ using Fields = std::span<const Field>;
 
 // How a section reads a request that is not `true`.
 struct ReadRules {
-    bool other_is_empty = false;   // a value neither true nor object: {} and 0 (else false, -1)
-    bool non_true_fails = true;    // a member not true: false and -1 (else false only)
+    bool other_is_empty = false;  // a value neither true nor object: {} and 0 (else false, -1)
+    bool non_true_fails = true;   // a member not true: false and -1 (else false only)
 };
 
 // The value of a row as JSON, or null when it has none to give.
@@ -145,8 +145,7 @@ void fields_answer(Fields table, const uint8_t* block, cJSON* answer, uint8_t in
 // Reads a section: `true` answers every whole-answer row in table order; an
 // object answers its members whose value is true, under the request's
 // spelling; a missing block answers the section false. 0 or -1.
-int fields_read(Fields table, const uint8_t* block, cJSON* member, cJSON* reply,
-                ReadRules rules = {});
+int fields_read(Fields table, const uint8_t* block, cJSON* member, cJSON* reply, ReadRules rules = {});
 
 // Applies every member of `member` to the block in order, all of them even
 // after a refusal. When `answer` is given each member is answered there,
@@ -156,7 +155,7 @@ int fields_apply(Fields table, FieldWrite& ctx, const cJSON* member, cJSON* answ
 // A block of the settings record that is sent whole with one command.
 struct SettingsBlock {
     Fields fields;
-    size_t offset;   // in SysInfo
+    size_t offset;  // in SysInfo
     size_t size;
     uint32_t command;
 };

@@ -48,7 +48,6 @@ private:
     int fd_;
 };
 
-
 FilePtr open_file(const char* path, const char* mode) { return FilePtr(std::fopen(path, mode)); }
 
 ifreq make_ifreq(const char* ifname) {
@@ -319,8 +318,7 @@ int net_disable_dhcpcd() {
 int net_set_mac(const char* mac_text) {
     if (!mac_text) return -1;
     unsigned int b[6];
-    if (std::sscanf(mac_text, "%02x:%02x:%02x:%02x:%02x:%02x", &b[0], &b[1], &b[2], &b[3], &b[4],
-                    &b[5]) != 6)
+    if (std::sscanf(mac_text, "%02x:%02x:%02x:%02x:%02x:%02x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]) != 6)
         return -1;
     if (b[0] & 1) {
         LOG_ERR("Mac set %s is Multicast address.\n", mac_text);
@@ -471,8 +469,8 @@ int net_ping(const char* addr_text, int timeout) {
         uint8_t reply[2048];
         sockaddr_in from{};
         socklen_t from_len = sizeof from;
-        ssize_t n = recvfrom(sock.get(), reply, sizeof reply, 0, reinterpret_cast<sockaddr*>(&from),
-                             &from_len);
+        ssize_t n =
+            recvfrom(sock.get(), reply, sizeof reply, 0, reinterpret_cast<sockaddr*>(&from), &from_len);
         if (n < 0) return 0;
         if (from.sin_addr.s_addr != to.sin_addr.s_addr) return -1;
         size_t ip_len = static_cast<size_t>(reply[0] & 0x0F) * 4;

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 
-
 uint32_t net_get_ifaddr(const char* ifname);
 int net_set_ifaddr(const char* ifname, uint32_t addr);
 int net_get_mtu(const char* ifname);

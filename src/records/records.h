@@ -7,12 +7,12 @@
 #include <cstdint>
 
 // ---- keys and fixed sizes -------------------------------------------------
-inline constexpr int kSysInfoKey = 12930021;   // store segment and its queue
-inline constexpr int kSysMsgKey = 14073;       // command queue and segment
-inline constexpr int kCamMsgKey = 217701;      // camera command queue
-inline constexpr int kLogMsgKey = 19088811;    // log collector queue
-inline constexpr int kShmSize = 276480;        // 27 slices
-inline constexpr int PROC_MEM_SIZE = 10240;    // one slice
+inline constexpr int kSysInfoKey = 12930021;  // store segment and its queue
+inline constexpr int kSysMsgKey = 14073;      // command queue and segment
+inline constexpr int kCamMsgKey = 217701;     // camera command queue
+inline constexpr int kLogMsgKey = 19088811;   // log collector queue
+inline constexpr int kShmSize = 276480;       // 27 slices
+inline constexpr int PROC_MEM_SIZE = 10240;   // one slice
 inline constexpr uint32_t kInfoMagic = 0x5AC33CA5;
 inline constexpr uint32_t kCamInfoMarker = 0x5AA555AA;
 
@@ -103,15 +103,15 @@ static_assert(offsetof(NtpParams, updateInterval) == 136);
 // FreeD block, sent whole with command 31.
 inline constexpr int kFreedClients = 4;
 struct FreedParams {
-    int16_t enable;                      // 0
-    uint8_t id;                          // 2
-    uint8_t mode;                        // 3  0 always, 1 on demand, 2 genlock
-    uint16_t rateSel;                    // 4  0 interval applies, 1 frequency
-    uint16_t interval;                   // 6
-    uint16_t frequency;                  // 8
-    uint8_t clientEnable[kFreedClients]; // 10
-    uint32_t clientIp[kFreedClients];    // 14  IPv4, network byte order
-    uint16_t clientPort[kFreedClients];  // 30
+    int16_t enable;                       // 0
+    uint8_t id;                           // 2
+    uint8_t mode;                         // 3  0 always, 1 on demand, 2 genlock
+    uint16_t rateSel;                     // 4  0 interval applies, 1 frequency
+    uint16_t interval;                    // 6
+    uint16_t frequency;                   // 8
+    uint8_t clientEnable[kFreedClients];  // 10
+    uint32_t clientIp[kFreedClients];     // 14  IPv4, network byte order
+    uint16_t clientPort[kFreedClients];   // 30
 };
 static_assert(sizeof(FreedParams) == 38);
 static_assert(offsetof(FreedParams, id) == 2);
@@ -126,19 +126,19 @@ static_assert(offsetof(FreedParams, clientPort) == 30);
 // Recording block, sent whole with command 32; it runs to the record's end.
 inline constexpr int kRecordTasks = 4;
 struct RecordParams {
-    uint8_t enable;                     // 0
-    uint8_t sel;                        // 1
-    uint8_t timeCnt;                    // 2
-    uint8_t mode;                       // 3
-    uint8_t loopRec;                    // 4
-    uint8_t format;                     // 5
-    uint8_t manual;                     // 6
-    uint8_t state;                      // 7   kept by the recorder
-    int32_t keepTime;                   // 8   kept by the recorder
-    char filename[128];                 // 12  kept by the recorder
-    uint8_t taskEnable[kRecordTasks];   // 140
-    int32_t taskStart[kRecordTasks];    // 144
-    int32_t taskStop[kRecordTasks];     // 160
+    uint8_t enable;                    // 0
+    uint8_t sel;                       // 1
+    uint8_t timeCnt;                   // 2
+    uint8_t mode;                      // 3
+    uint8_t loopRec;                   // 4
+    uint8_t format;                    // 5
+    uint8_t manual;                    // 6
+    uint8_t state;                     // 7   kept by the recorder
+    int32_t keepTime;                  // 8   kept by the recorder
+    char filename[128];                // 12  kept by the recorder
+    uint8_t taskEnable[kRecordTasks];  // 140
+    int32_t taskStart[kRecordTasks];   // 144
+    int32_t taskStop[kRecordTasks];    // 160
 };
 static_assert(sizeof(RecordParams) == 176);
 static_assert(offsetof(RecordParams, state) == 7);
@@ -150,49 +150,49 @@ static_assert(offsetof(RecordParams, taskStop) == 160);
 
 // The settings record at the start of the store segment.
 struct SysInfo {
-    uint32_t magic;                 // 0
-    StreamParams stream[4];         // 4
-    int32_t workMode;               // 212  2 drops the 2160-line formats
-    uint32_t vo_en;                 // 216
-    uint8_t reserved220[8];         // 220
-    AudioParams audio;              // 228
-    uint32_t ip;                    // 264  network byte order
-    uint8_t mac[6];                 // 268
-    uint8_t reserved274[2];         // 274
-    uint32_t netmask;               // 276
-    uint32_t gateway;               // 280
-    uint32_t dns;                   // 284
-    uint16_t httpPort;              // 288
-    uint16_t webPort;               // 290
-    uint16_t rtspPort;              // 292
-    uint16_t rtmpPort;              // 294
-    uint16_t rtspEncrypt;           // 296
-    uint16_t viscaPort;             // 298
-    uint16_t onvifPort;             // 300
-    uint16_t controlHubPort;        // 302
-    uint8_t dhcp;                   // 304
-    uint8_t ssdp;                   // 305
-    uint8_t reserved306[6];         // 306
-    char device_name[64];           // 312
-    char model[64];                 // 376
-    char serial_number[16];         // 440
-    char user[16];                  // 456
-    char password[16];              // 472
-    uint32_t userWord;              // 488
-    McastParams mcastMain;          // 492
-    McastParams mcastSub;           // 504
-    uint16_t ndiFlag516;            // 516  sub-stream limit switch with ndi_enable
-    uint8_t ndiFlag518;             // 518  main-stream bitrate rule with ndi_enable
-    uint8_t ndi_enable;             // 519
-    uint8_t language;               // 520
-    uint8_t dante_enable;           // 521
-    uint8_t reserved522[1658];      // 522  NDI and SRT settings
-    Gb28181Params gb28181;          // 2180
-    NtpParams ntp;                  // 2292
-    FreedParams freed;              // 2432
-    uint8_t reserved2470[6];        // 2470
-    char timezone[64];              // 2476
-    RecordParams record;            // 2540
+    uint32_t magic;             // 0
+    StreamParams stream[4];     // 4
+    int32_t workMode;           // 212  2 drops the 2160-line formats
+    uint32_t vo_en;             // 216
+    uint8_t reserved220[8];     // 220
+    AudioParams audio;          // 228
+    uint32_t ip;                // 264  network byte order
+    uint8_t mac[6];             // 268
+    uint8_t reserved274[2];     // 274
+    uint32_t netmask;           // 276
+    uint32_t gateway;           // 280
+    uint32_t dns;               // 284
+    uint16_t httpPort;          // 288
+    uint16_t webPort;           // 290
+    uint16_t rtspPort;          // 292
+    uint16_t rtmpPort;          // 294
+    uint16_t rtspEncrypt;       // 296
+    uint16_t viscaPort;         // 298
+    uint16_t onvifPort;         // 300
+    uint16_t controlHubPort;    // 302
+    uint8_t dhcp;               // 304
+    uint8_t ssdp;               // 305
+    uint8_t reserved306[6];     // 306
+    char device_name[64];       // 312
+    char model[64];             // 376
+    char serial_number[16];     // 440
+    char user[16];              // 456
+    char password[16];          // 472
+    uint32_t userWord;          // 488
+    McastParams mcastMain;      // 492
+    McastParams mcastSub;       // 504
+    uint16_t ndiFlag516;        // 516  sub-stream limit switch with ndi_enable
+    uint8_t ndiFlag518;         // 518  main-stream bitrate rule with ndi_enable
+    uint8_t ndi_enable;         // 519
+    uint8_t language;           // 520
+    uint8_t dante_enable;       // 521
+    uint8_t reserved522[1658];  // 522  NDI and SRT settings
+    Gb28181Params gb28181;      // 2180
+    NtpParams ntp;              // 2292
+    FreedParams freed;          // 2432
+    uint8_t reserved2470[6];    // 2470
+    char timezone[64];          // 2476
+    RecordParams record;        // 2540
 };
 
 // The live-state record right behind SysInfo.
@@ -204,35 +204,35 @@ struct PowerTask {
 static_assert(sizeof(PowerTask) == 12);
 
 struct SysState {
-    uint32_t magic;                 // 0
-    uint32_t reserved4;             // 4
-    uint32_t updateProgress;        // 8
-    uint8_t reserved12[8];          // 12
-    uint8_t ready;                  // 20
-    uint8_t reserved21;             // 21
-    uint8_t standby;                // 22
-    uint8_t user_info;              // 23
-    uint32_t reserved24;            // 24
-    uint32_t digitalZoom;           // 28  reported as 1024 minus this
-    uint8_t reserved32[8];          // 32
-    uint8_t rtmpMainEnable;         // 40
-    uint8_t rtmpMainStatus;         // 41
-    uint8_t reserved42[6];          // 42
-    char rtmpMainUrl[256];          // 48
-    uint8_t rtmpSubEnable;          // 304
-    uint8_t rtmpSubStatus;          // 305
-    uint8_t reserved306[6];         // 306
-    char rtmpSubUrl[256];           // 312
-    uint8_t reserved568[25];        // 568
-    uint8_t sdPresent;              // 593
-    uint8_t reserved594;            // 594
-    uint8_t dante_enable;           // 595
-    uint8_t reserved596;            // 596
-    uint8_t mainLock;               // 597
-    uint8_t reserved598[2];         // 598
-    PowerTask power[8];             // 600
-    uint32_t lastAnnouncedAddr;     // 696
-    uint32_t encoderBoardAddr;      // 700  -1 until known
+    uint32_t magic;              // 0
+    uint32_t reserved4;          // 4
+    uint32_t updateProgress;     // 8
+    uint8_t reserved12[8];       // 12
+    uint8_t ready;               // 20
+    uint8_t reserved21;          // 21
+    uint8_t standby;             // 22
+    uint8_t user_info;           // 23
+    uint32_t reserved24;         // 24
+    uint32_t digitalZoom;        // 28  reported as 1024 minus this
+    uint8_t reserved32[8];       // 32
+    uint8_t rtmpMainEnable;      // 40
+    uint8_t rtmpMainStatus;      // 41
+    uint8_t reserved42[6];       // 42
+    char rtmpMainUrl[256];       // 48
+    uint8_t rtmpSubEnable;       // 304
+    uint8_t rtmpSubStatus;       // 305
+    uint8_t reserved306[6];      // 306
+    char rtmpSubUrl[256];        // 312
+    uint8_t reserved568[25];     // 568
+    uint8_t sdPresent;           // 593
+    uint8_t reserved594;         // 594
+    uint8_t dante_enable;        // 595
+    uint8_t reserved596;         // 596
+    uint8_t mainLock;            // 597
+    uint8_t reserved598[2];      // 598
+    PowerTask power[8];          // 600
+    uint32_t lastAnnouncedAddr;  // 696
+    uint32_t encoderBoardAddr;   // 700  -1 until known
 };
 
 // Live camera values; the positions are what the motors report.
@@ -248,14 +248,14 @@ struct CamInfo {
 // Auto-tracking state kept by the tracking process.
 struct AiInfo {
     uint8_t reserved0[2];
-    uint8_t mode;             // 2
-    uint8_t peoplePos;        // 3
-    uint8_t peopleRation;     // 4
-    uint8_t bodyRatio;        // 5
+    uint8_t mode;          // 2
+    uint8_t peoplePos;     // 3
+    uint8_t peopleRation;  // 4
+    uint8_t bodyRatio;     // 5
     uint8_t reserved6;
-    uint8_t enable;           // 7
-    uint8_t zoomLock;         // 8
-    uint8_t tiltLock;         // 9
+    uint8_t enable;    // 7
+    uint8_t zoomLock;  // 8
+    uint8_t tiltLock;  // 9
     uint8_t reserved10[54];
     uint8_t switchTime;       // 64
     uint8_t boardDetectEn;    // 65
@@ -269,18 +269,18 @@ struct MotorInfo {
 
 // The whole store as laid out in the segment.
 struct SysStore {
-    SysInfo info;             // 0
-    SysState state;           // 2716
-    CamInfo cam;              // 3420
-    AiInfo ai;                // 7404
-    uint8_t ext[2372];        // 7492
-    MotorInfo motor;          // 9864
+    SysInfo info;       // 0
+    SysState state;     // 2716
+    CamInfo cam;        // 3420
+    AiInfo ai;          // 7404
+    uint8_t ext[2372];  // 7492
+    MotorInfo motor;    // 9864
 };
 
 // Store queue message (type word, then the 32-byte body).
 struct FileMsg {
-    long type;        // 1 to the server, the client id back
-    int32_t cmd;      // 1 write, 2 reset, 3 save defaults, 0 stop
+    long type;    // 1 to the server, the client id back
+    int32_t cmd;  // 1 write, 2 reset, 3 save defaults, 0 stop
     int32_t src;
     int32_t shmid;
     int32_t result;   // 2716 on success
@@ -291,7 +291,7 @@ inline constexpr int kFileMsgBody = 32;
 
 // System command message (type word, then the 16-byte body).
 struct SysMsg {
-    long type;       // 1 to the server, the sender's link id back
+    long type;  // 1 to the server, the sender's link id back
     int32_t cmd;
     int32_t src;
     int32_t length;  // data bytes in the slice; negative: none
@@ -301,10 +301,10 @@ inline constexpr int kSysMsgBody = 16;
 
 // Camera command message (type word, then the 80-byte body).
 struct CamMsg {
-    long type;         // 1 to the server, the client's id back
+    long type;  // 1 to the server, the client's id back
     int32_t src;
     int32_t seq;
-    int32_t length;    // at most 64
+    int32_t length;  // at most 64
     uint8_t packet[68];
 };
 inline constexpr int kCamMsgBody = 80;

@@ -33,19 +33,19 @@ int g_zoom_speed = 10;
 enum class Outcome { Answer, OutOfRange };
 
 struct Request {
-    std::string_view command;   // as received
-    std::string_view param;     // text after the row's prefix
-    std::string text;           // answer
+    std::string_view command;  // as received
+    std::string_view param;    // text after the row's prefix
+    std::string text;          // answer
 };
 
 using Handler = Outcome (*)(Request&, int arg);
 
 struct Row {
-    std::string_view pattern;   // exact text, or the prefix when length != 0
-    uint8_t length;             // 0: exact comparison
-    Handler run;                // null: no action
+    std::string_view pattern;  // exact text, or the prefix when length != 0
+    uint8_t length;            // 0: exact comparison
+    Handler run;               // null: no action
     int arg;
-    std::string_view answer;    // fixed answer; empty: echo the command
+    std::string_view answer;  // fixed answer; empty: echo the command
 };
 
 void set_text(Request& r, const char* format, int value) {
@@ -107,8 +107,8 @@ Outcome lens_status(Request& r, int) {
         focus = cam->focus();
     }
     char buffer[48];
-    std::snprintf(buffer, sizeof buffer, "QSI:18:%03x%03x%03x", static_cast<unsigned>(position_from_motor(zoom)),
-                  static_cast<unsigned>(focus), 0xfffu);
+    std::snprintf(buffer, sizeof buffer, "QSI:18:%03x%03x%03x",
+                  static_cast<unsigned>(position_from_motor(zoom)), static_cast<unsigned>(focus), 0xfffu);
     r.text = buffer;
     return Outcome::Answer;
 }
@@ -123,8 +123,10 @@ Outcome shutter_step_set(Request& r, int) {
 
 Outcome shutter_step_inquiry(Request& r, int) {
     const int position = image_shutter_get();
-    if (position == 5) r.text = "OFT:f";
-    else set_text(r, "QSH:%x", qsh_digit(position));
+    if (position == 5)
+        r.text = "OFT:f";
+    else
+        set_text(r, "QSH:%x", qsh_digit(position));
     return Outcome::Answer;
 }
 
@@ -161,8 +163,10 @@ Outcome gain_set(Request& r, int) {
 Outcome gain_inquiry(Request& r, int) {
     const int gain = image_gain_get();
     if (gain < 0) return Outcome::OutOfRange;
-    if (image_exposure_mode_get() == 0) r.text = "OGU:80";
-    else set_text(r, "OGU:%02x", (gain + 4) * 2);
+    if (image_exposure_mode_get() == 0)
+        r.text = "OGU:80";
+    else
+        set_text(r, "OGU:%02x", (gain + 4) * 2);
     return Outcome::Answer;
 }
 

@@ -21,26 +21,26 @@ using namespace remote;
 
 namespace {
 
-constexpr uint32_t kSysStandby = 64;   // system command: one byte, 1 enter / 0 leave
+constexpr uint32_t kSysStandby = 64;  // system command: one byte, 1 enter / 0 leave
 
 // State of one request. The parameter slots start at zero; a conversion that
 // finds no digit leaves its slot as it was.
 struct Request {
     std::array<int32_t, 4> slot{};
-    std::array<int, 5> value{};   // numbers for the row's reply format
-    std::string text;             // reply built by the handler itself
+    std::array<int, 5> value{};  // numbers for the row's reply format
+    std::string text;            // reply built by the handler itself
 };
 
 // A handler returns 0, or -1 when a camera or system operation failed.
 using Handler = int (*)(Request&, int arg);
 
 struct Row {
-    std::string_view pattern;   // exact text, or the prefix when length != 0
-    uint8_t length;             // 0: exact comparison
-    std::string_view fields;    // conversions after the prefix (see scan_fields)
+    std::string_view pattern;  // exact text, or the prefix when length != 0
+    uint8_t length;            // 0: exact comparison
+    std::string_view fields;   // conversions after the prefix (see scan_fields)
     Handler run;
     int arg;
-    const char* reply;          // printf format over Request::value; null: Request::text
+    const char* reply;  // printf format over Request::value; null: Request::text
 };
 
 void appendf(std::string& out, const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -135,8 +135,8 @@ int pan_tilt_drive(Request& r, int arg) {
 // arg: 0 zoom, 1 focus.
 int lens_move(Request& r, int arg) {
     const int target = position_to_motor(r.slot[0]);
-    const int rc = (arg == 0) ? image_abs_position(target, -1, -1, -1)
-                              : image_abs_position(-1, target, -1, -1);
+    const int rc =
+        (arg == 0) ? image_abs_position(target, -1, -1, -1) : image_abs_position(-1, target, -1, -1);
     if (rc < 0) return -1;
     r.value[0] = target;
     return 0;
@@ -198,8 +198,10 @@ int exposure_status(Request& r, int) {
     if (mode < 0 || gain < 0 || temperature < 0 || shutter < 0 || frame_rate < 0) return -1;
 
     r.text = "pTG";
-    if (mode != 0) appendf(r.text, "%02x", (gain + 4) * 2);
-    else r.text += "80";
+    if (mode != 0)
+        appendf(r.text, "%02x", (gain + 4) * 2);
+    else
+        r.text += "80";
     appendf(r.text, "%04x", temperature);
     r.text += (mode == 1) ? '1' : (mode == 3) ? '2' : '3';
     const bool fifty = fifty_hertz_family(frame_rate);
@@ -254,7 +256,7 @@ constexpr std::array<Row, 33> kRows{{
     {"#C", 4, "d2", preset, 2, "s%d"},
     {"#TAE", 5, "d0", echo_slot, -1, "tAE%d"},
     {"#TAE", 0, "", echo_slot, 1, "tAE%d"},
-    {"#DA", 3, "", echo_slot, -1, "dA%d"},   // nothing to scan: the slot as it was
+    {"#DA", 3, "", echo_slot, -1, "dA%d"},  // nothing to scan: the slot as it was
     {"#PTG", 0, "", exposure_status, 0, nullptr},
     {"#PTV", 0, "", motor_status, 0, "pTV%04x%04x%03x%03x%03x"},
     {"#PTD", 0, "", iris_status, 0, "pTD%04x%04x%03x%02x%02x"},
@@ -276,7 +278,8 @@ int aw_ptz(const char* argument) {
         // A row with parameters takes the command only when the first one has
         // a digit: "#PTG", "#PTV", "#PTD" and "#TAE" are not pan or tilt speeds.
         Request request;
-        if (!row.fields.empty() && scan_fields(command.substr(row.pattern.size()), row.fields, request.slot) == 0)
+        if (!row.fields.empty() &&
+            scan_fields(command.substr(row.pattern.size()), row.fields, request.slot) == 0)
             continue;
         if (row.run(request, row.arg) < 0) {
             LOG_ERR("camera operation failed\n");

@@ -13,9 +13,12 @@ namespace {
 
 int digit_value(char c, int base) {
     int v = -1;
-    if (c >= '0' && c <= '9') v = c - '0';
-    else if (c >= 'a' && c <= 'f') v = c - 'a' + 10;
-    else if (c >= 'A' && c <= 'F') v = c - 'A' + 10;
+    if (c >= '0' && c <= '9')
+        v = c - '0';
+    else if (c >= 'a' && c <= 'f')
+        v = c - 'a' + 10;
+    else if (c >= 'A' && c <= 'F')
+        v = c - 'A' + 10;
     return v < base ? v : -1;
 }
 
@@ -36,25 +39,24 @@ std::optional<int32_t> take_number(std::string_view& text, int base, size_t widt
 }
 
 struct SpeedStep {
-    int speed;      // the received speed (1/x seconds)
-    int position;   // the camera's shutter step
+    int speed;     // the received speed (1/x seconds)
+    int position;  // the camera's shutter step
 };
 
 // Received shutter speeds of "OSJ:06" and the step each selects; "OSJ:09"
 // receives ten times these values.
 constexpr std::array<SpeedStep, 30> kSpeedSteps{{
-    {25, 5},    {30, 5},    {50, 6},     {60, 6},     {75, 7},     {90, 7},
-    {100, 8},   {120, 9},   {125, 9},    {150, 10},   {180, 10},   {215, 11},
-    {250, 11},  {300, 12},  {350, 12},   {425, 13},   {500, 13},   {600, 14},
-    {725, 14},  {1000, 15}, {1250, 16},  {1500, 16},  {1750, 17},  {2000, 17},
-    {2500, 18}, {3000, 18}, {3500, 19},  {4000, 19},  {6000, 20},  {10000, 21},
+    {25, 5},    {30, 5},    {50, 6},    {60, 6},    {75, 7},    {90, 7},     {100, 8},   {120, 9},
+    {125, 9},   {150, 10},  {180, 10},  {215, 11},  {250, 11},  {300, 12},   {350, 12},  {425, 13},
+    {500, 13},  {600, 14},  {725, 14},  {1000, 15}, {1250, 16}, {1500, 16},  {1750, 17}, {2000, 17},
+    {2500, 18}, {3000, 18}, {3500, 19}, {4000, 19}, {6000, 20}, {10000, 21},
 }};
 
 // One row per shutter step 5..21.
 struct ShutterRow {
-    ShutterPair ptg60, ptg50;   // "#PTG" pairs
-    int osj60, osj50;           // "OSJ:06" speeds (0: the family's default)
-    int osj9_60, osj9_50;       // "OSJ:09" speeds (0: the family's default)
+    ShutterPair ptg60, ptg50;  // "#PTG" pairs
+    int osj60, osj50;          // "OSJ:06" speeds (0: the family's default)
+    int osj9_60, osj9_50;      // "OSJ:09" speeds (0: the family's default)
 };
 constexpr int kFirstStep = 5;
 constexpr std::array<ShutterRow, 17> kShutterRows{{
@@ -90,12 +92,26 @@ struct OshStep {
     int position;
 };
 constexpr std::array<OshStep, 9> kOshSteps{{
-    {3, 8}, {5, 11}, {6, 13}, {7, 17}, {8, 17}, {9, 19}, {10, 21}, {14, 5}, {15, 5},
+    {3, 8},
+    {5, 11},
+    {6, 13},
+    {7, 17},
+    {8, 17},
+    {9, 19},
+    {10, 21},
+    {14, 5},
+    {15, 5},
 }};
 
 // Shutter steps answered by "QSH" and their digits.
 constexpr std::array<OshStep, 7> kQshDigits{{
-    {3, 8}, {5, 11}, {6, 13}, {7, 15}, {8, 17}, {9, 19}, {10, 21},
+    {3, 8},
+    {5, 11},
+    {6, 13},
+    {7, 15},
+    {8, 17},
+    {9, 19},
+    {10, 21},
 }};
 
 // F-number times ten for iris steps 0..13.
@@ -124,9 +140,7 @@ int scan_fields(std::string_view text, std::string_view fields, std::array<int32
     return written;
 }
 
-std::optional<int> leading_number(std::string_view text, int base) {
-    return take_number(text, base, 0);
-}
+std::optional<int> leading_number(std::string_view text, int base) { return take_number(text, base, 0); }
 
 Drive pan_tilt_speed(int value, int k) {
     if (value == 50) return {3, 10};
@@ -146,9 +160,7 @@ Drive focus_speed(int value) {
     return {2, (value - 50) * 7};
 }
 
-int position_to_motor(int value) {
-    return static_cast<int>(static_cast<int64_t>(value) * 16384 / 2730);
-}
+int position_to_motor(int value) { return static_cast<int>(static_cast<int64_t>(value) * 16384 / 2730); }
 
 int position_from_motor(int position) {
     return static_cast<int>(static_cast<int64_t>(position) * 2730 / 16384 + 1365);

@@ -32,8 +32,8 @@ struct Drive {
     int direction;
     int speed;
 };
-inline constexpr int kPanK = 24;        // pan, and tilt of "#T"
-inline constexpr int kPtsTiltK = 23;    // tilt half of "#PTS"
+inline constexpr int kPanK = 24;      // pan, and tilt of "#T"
+inline constexpr int kPtsTiltK = 23;  // tilt half of "#PTS"
 // Two-digit pan or tilt value (50 = stop): direction 1/2/3 and speed.
 Drive pan_tilt_speed(int value, int k);
 // Two-digit zoom value: direction 1 in / 2 out; 50 drives out at speed 10.
@@ -52,8 +52,8 @@ int position_from_motor(int position);
 bool fifty_hertz_family(int frame_rate);
 
 struct ShutterPair {
-    int speed;      // 1/x seconds
-    int tenths;     // the second field of the "#PTG" answer
+    int speed;   // 1/x seconds
+    int tenths;  // the second field of the "#PTG" answer
 };
 // Shutter field of the "#PTG" answer for the camera's shutter step.
 ShutterPair ptg_shutter(int position, bool fifty);

@@ -14,8 +14,8 @@ int g_print_level = 3;
 
 namespace {
 
-constexpr std::array<std::string_view, ELOG_LVL_VERBOSE + 1> kLevelMark = {
-    "[A]", "[E]", "[W]", "[I]", "[D]", "[V]"};
+constexpr std::array<std::string_view, ELOG_LVL_VERBOSE + 1> kLevelMark = {"[A]", "[E]", "[W]",
+                                                                           "[I]", "[D]", "[V]"};
 
 // Line end; the line always has room for it and for a terminating NUL.
 constexpr std::string_view kNewline = "\n";
@@ -86,8 +86,8 @@ private:
     size_t len_ = 0;
 };
 
-void emit(int level, const char* tag, const char* file, const char* func, long line,
-          const char* format, va_list args) {
+void emit(int level, const char* tag, const char* file, const char* func, long line, const char* format,
+          va_list args) {
     char* buf = elog_port_line_buf();
     LineWriter w(buf);
     if (has_fmt(level, ELOG_FMT_LVL)) w.put(kLevelMark[level]);
@@ -98,25 +98,42 @@ void emit(int level, const char* tag, const char* file, const char* func, long l
     if (w.size() > 0) w.put(" ");
 
     // Time, process and thread: "[time pid:.. tid:..] "
-    const bool any_info = has_fmt(level, ELOG_FMT_TIME) || has_fmt(level, ELOG_FMT_P_INFO) ||
-                          has_fmt(level, ELOG_FMT_T_INFO);
+    const bool any_info =
+        has_fmt(level, ELOG_FMT_TIME) || has_fmt(level, ELOG_FMT_P_INFO) || has_fmt(level, ELOG_FMT_T_INFO);
     if (any_info) {
         w.put("[");
         const char* sep = "";
-        if (has_fmt(level, ELOG_FMT_TIME)) { w.put(elog_port_get_time()); sep = " "; }
-        if (has_fmt(level, ELOG_FMT_P_INFO)) { w.put(sep); w.put(elog_port_get_p_info()); sep = " "; }
-        if (has_fmt(level, ELOG_FMT_T_INFO)) { w.put(sep); w.put(elog_port_get_t_info()); }
+        if (has_fmt(level, ELOG_FMT_TIME)) {
+            w.put(elog_port_get_time());
+            sep = " ";
+        }
+        if (has_fmt(level, ELOG_FMT_P_INFO)) {
+            w.put(sep);
+            w.put(elog_port_get_p_info());
+            sep = " ";
+        }
+        if (has_fmt(level, ELOG_FMT_T_INFO)) {
+            w.put(sep);
+            w.put(elog_port_get_t_info());
+        }
         w.put("] ");
     }
 
     // Source position: "(file func:line) "
-    const bool any_pos = has_fmt(level, ELOG_FMT_DIR) || has_fmt(level, ELOG_FMT_FUNC) ||
-                         has_fmt(level, ELOG_FMT_LINE);
+    const bool any_pos =
+        has_fmt(level, ELOG_FMT_DIR) || has_fmt(level, ELOG_FMT_FUNC) || has_fmt(level, ELOG_FMT_LINE);
     if (any_pos) {
         w.put("(");
         const char* sep = "";
-        if (has_fmt(level, ELOG_FMT_DIR)) { w.put(file ? file : ""); sep = " "; }
-        if (has_fmt(level, ELOG_FMT_FUNC)) { w.put(sep); w.put(func ? func : ""); sep = ":"; }
+        if (has_fmt(level, ELOG_FMT_DIR)) {
+            w.put(file ? file : "");
+            sep = " ";
+        }
+        if (has_fmt(level, ELOG_FMT_FUNC)) {
+            w.put(sep);
+            w.put(func ? func : "");
+            sep = ":";
+        }
         if (has_fmt(level, ELOG_FMT_LINE)) {
             w.put(has_fmt(level, ELOG_FMT_FUNC) ? ":" : sep);
             char num[24];
@@ -181,9 +198,7 @@ void elog_set_filter_lvl(int level) {
     g_log.filter.level = level;
 }
 
-void elog_set_filter_tag(const char* tag) {
-    copy_bounded(g_log.filter.tag, sizeof(g_log.filter.tag), tag);
-}
+void elog_set_filter_tag(const char* tag) { copy_bounded(g_log.filter.tag, sizeof(g_log.filter.tag), tag); }
 
 void elog_set_filter_kw(const char* keyword) {
     copy_bounded(g_log.filter.keyword, sizeof(g_log.filter.keyword), keyword);
@@ -198,8 +213,10 @@ void elog_set_filter_tag_lvl(const char* tag, int level) {
     TagLevel* free_slot = nullptr;
     for (auto& e : g_log.filter.tag_levels) {
         if (e.in_use && std::strncmp(e.tag, tag, ELOG_FILTER_TAG_MAX_LEN) == 0) {
-            if (level == ELOG_LVL_VERBOSE) e = TagLevel{};
-            else e.level = level;
+            if (level == ELOG_LVL_VERBOSE)
+                e = TagLevel{};
+            else
+                e.level = level;
             return;
         }
         if (!e.in_use && !free_slot) free_slot = &e;

@@ -68,9 +68,9 @@ void elog_load_print_level(const char* process_name, const char* path = "/opt/pa
 // and the calling thread parks for good; with a hook, the hook is called and
 // the utility returns a harmless result.
 void elog_assert_failed(const char* expr, const char* func, long line);
-#define ELOG_ASSERT(expr)                                                                    \
-    do {                                                                                     \
-        if (!(expr)) elog_assert_failed(#expr, __func__, __LINE__);                          \
+#define ELOG_ASSERT(expr)                                           \
+    do {                                                            \
+        if (!(expr)) elog_assert_failed(#expr, __func__, __LINE__); \
     } while (0)
 
 // ---- port: sinks, lock and the pieces of a line -----------------------------

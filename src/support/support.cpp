@@ -31,7 +31,6 @@ namespace {
 constexpr long long kLogFileLimit = 2097152;  // 2 MiB
 constexpr size_t kIniLineMax = 1024;
 
-
 // While it lives, SIGCHLD has its default action, so that a child-exit
 // handler installed elsewhere cannot reap the shell before system() or
 // pclose() collects its status.

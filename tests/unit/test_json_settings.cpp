@@ -93,6 +93,7 @@ struct Case {
 const std::string kAudioAfter =
     R"("enable":1,"samplerate":48000,"bitwidth":16,"soundMode":"Stereo",)";
 
+// clang-format off
 const std::vector<Case> kCases = {
     // audio
     {"audio whole read", false, R"({"audio":true})",
@@ -193,6 +194,7 @@ const std::vector<Case> kCases = {
      R"({"NTP":{"server address":")" + std::string(128, 'a') + R"("}})",
      R"({"NTP":false,"status":false})", {}},
 };
+// clang-format on
 
 TEST_F(JsonSettings, Cases) {
     const SysStore pristine = *sys.store;

@@ -12,7 +12,6 @@
 
 namespace {
 
-
 struct FileSink {
     std::string name;
     size_t max_size = 0;
