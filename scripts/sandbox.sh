@@ -118,6 +118,10 @@ inside() {
   export CAMERA_RUN_DIR="$run"
   cd / || exit 1
 
+  # A fresh camera starts with every fault switch off, whatever an earlier
+  # run left behind.
+  rm -f "$run/camsim.ctl" "$run/syssim.ctl"
+
   local name bin
   for name in "${SIMULATORS[@]}"; do
     bin=$build/$name

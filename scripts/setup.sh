@@ -22,7 +22,6 @@ echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 apt-get update -qq
 apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-# The packaged web server must not run on the host: the project starts its own.
-if command -v service >/dev/null; then service lighttpd stop >/dev/null 2>&1 || true; fi
-pkill -x lighttpd 2>/dev/null || true
+# The project starts its own web server on its own port; whatever the
+# package set up on the host is left alone.
 exit 0

@@ -94,7 +94,6 @@ enum class Reg : uint8_t {
     FrameRate,
     PresetZoomSpeed,
     PresetMoveSpeed,
-    Install,
     PtLimit,
     Count,
 };
@@ -160,7 +159,6 @@ constexpr Default kDefaults[] = {
     {Reg::FrameRate, 30},
     {Reg::PresetZoomSpeed, 16},
     {Reg::PresetMoveSpeed, 16},
-    {Reg::Install, 0},
     {Reg::PtLimit, 0},
 };
 
@@ -675,7 +673,7 @@ const Rule kRules[] = {
     GETB("81 09 04 44 ff", BGain),
     SET("81 01 04 2a n n n n ff", ColorTemp, 0, 0xFFFF),
     GETW("81 09 04 2a ff", ColorTemp),
-    SET("81 01 04 c0 v ff", RegC0, 0, 0xFF),
+    SET("81 01 04 c0 v ff", RegC0, 0, 0xFF),  // installation position among others
     GETB("81 09 04 c0 ff", RegC0),
     // picture switches
     SETMAP("81 01 04 61 v ff", Mirror, kFlagMap),
@@ -753,8 +751,6 @@ const Rule kRules[] = {
     GETP2("81 09 7e 01 2b ff", PresetZoomSpeed),
     SET("81 01 7e 01 0b 00 v ff", PresetMoveSpeed, 0, 0x7F),
     GETP2("81 09 7e 01 0b ff", PresetMoveSpeed),
-    SET("81 01 04 a6 v ff", Install, 0, 1),
-    GETB("81 09 04 a6 ff", Install),
     SET("81 01 04 d7 v ff", PtLimit, 0, 0xFF),
     GETP2("81 09 04 d7 ff", PtLimit),
     // auto-tracking

@@ -27,11 +27,22 @@ namespace {
 // ---- transport ---------------------------------------------------------------------
 const CamTransport* g_transport = nullptr;
 
+// Nothing leaves that the camera-control process could mis-frame: a packet
+// whose inside holds a terminator or an address byte is refused here, as a
+// failed send.
 int chan_wait(uint8_t* packet, int length, int* capacity) {
+    if (!visca::framed(packet, length)) {
+        LOG_ERR("packet refused: a value breaks its framing\n");
+        return -1;
+    }
     return g_transport && g_transport->wait ? g_transport->wait(packet, length, capacity)
                                             : TramsMsg2Cam(packet, length, capacity);
 }
 int chan_nowait(const uint8_t* packet, int length) {
+    if (!visca::framed(packet, length)) {
+        LOG_ERR("packet refused: a value breaks its framing\n");
+        return -1;
+    }
     return g_transport && g_transport->nowait ? g_transport->nowait(packet, length)
                                               : TramsMsg2CamNowait(packet, length);
 }
@@ -67,7 +78,10 @@ bool put(Buf& buf, const Row& r, int value, int pos) {
     const unsigned u = static_cast<unsigned>(value);
     switch (r.enc) {
     case Enc::None: return true;
-    case Enc::Byte:
+    case Enc::Byte:  // a whole byte above 7F is no value: it would break the framing
+        if (u > visca::kValueMax) return false;
+        buf.b[pos] = static_cast<uint8_t>(u);
+        return true;
     case Enc::Choice: buf.b[pos] = static_cast<uint8_t>(u); return true;
     case Enc::Nibble: buf.b[pos] = static_cast<uint8_t>(u & 0x0F); return true;
     case Enc::Mask7F: buf.b[pos] = static_cast<uint8_t>(u & 0x7F); return true;
@@ -146,12 +160,16 @@ bool gate_open(const Row& r) {
     return mode >= 0 && mode < 16 && (r.gate.modes >> mode & 1);
 }
 
-int op_set(const Row& r, int value) {
+// -2 when the value has no encoding (nothing is sent), -1 when the gate or
+// the channel failed, 0 when sent.
+int op_put_send(const Row& r, int value) {
     Buf buf = load(r);
-    if (!put(buf, r, value, r.pos)) return -1;
+    if (!put(buf, r, value, r.pos)) return -2;
     if (!gate_open(r)) return -1;
     return send(r, buf);
 }
+// The setters' own convention: 0 or -1.
+int op_set(const Row& r, int value) { return op_put_send(r, value) < 0 ? -1 : 0; }
 int op_send(const Row& r) { return op_set(r, 0); }
 
 int op_choose(const Row& r, const char* word) {
@@ -235,7 +253,7 @@ bool snap_name_ok(const char* name) {
 
 void image_ctrl_set_transport(const CamTransport* transport) { g_transport = transport; }
 
-int image_row_set(const visca::Row& r, int value) { return op_set(r, value); }
+int image_row_set(const visca::Row& r, int value) { return op_put_send(r, value); }
 int image_row_choose(const visca::Row& r, const char* word) { return op_choose(r, word); }
 int image_row_get(const visca::Row& r) { return op_get(r); }
 
@@ -260,7 +278,7 @@ int image_wb_mode_set(const char* mode) { return op_choose(row("image_wb_mode_se
                 X(nd_filter) X(nr2d) X(nr3d) X(phantom_power) X(genlock_status) X(genlock_phase)            \
                     X(genlock_phase_step) X(genlock_vertical) X(tally_bright) X(feature_size) X(fpga_mode)  \
                         X(feature_set) X(frame_rate) X(abs_focus) X(preset_zoom_speed) X(preset_move_speed) \
-                            X(install_pos)
+                           
 
 #define IMAGE_DEFINE_TABLE_OP(name)                                         \
     int image_##name##_get() { return op_get(row("image_" #name "_get")); } \

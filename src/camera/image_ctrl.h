@@ -26,7 +26,7 @@ int image_wb_mode_set(const char* mode);
                 X(ircut) X(nd_filter) X(nr2d) X(nr3d) X(phantom_power) X(genlock_status) X(genlock_phase)   \
                     X(genlock_phase_step) X(genlock_vertical) X(tally_bright) X(feature_size) X(fpga_mode)  \
                         X(feature_set) X(frame_rate) X(abs_focus) X(preset_zoom_speed) X(preset_move_speed) \
-                            X(install_pos)
+                           
 
 #define IMAGE_DECLARE_NUMERIC(name) \
     int image_##name##_get();       \
@@ -75,7 +75,7 @@ int image_snapshot(int mode, const char* name, int width, int height, int flag);
 namespace visca {
 struct Row;
 }
-int image_row_set(const visca::Row& row, int value);            // 0 or -1
+int image_row_set(const visca::Row& row, int value);  // 0, -1 failed, -2 value refused unsent
 int image_row_choose(const visca::Row& row, const char* word);  // 0 or -1 (unknown word)
 int image_row_get(const visca::Row& row);                       // decoded value or -1
 

@@ -259,11 +259,9 @@ inline constexpr Row kRows[] = {
     set_wait("image_feature_pos_set",
              pkt({0x81, 0x01, 0x06, 0x32, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xFF}),
              Nib4, 6),
-    // frame rate, installation
+    // frame rate
     get("image_frame_rate_get", pkt({0x81, 0x09, 0x04, 0xC7, 0xFF}), B0),
     set("image_frame_rate_set", pkt({0x81, 0x01, 0x04, 0xC7, 0x00, 0x00, 0xFF}), Nib2, 4),
-    get("image_install_pos_get", pkt({0x81, 0x09, 0x04, 0xA6, 0xFF}), B0),
-    set("image_install_pos_set", pkt({0x81, 0x01, 0x04, 0xA6, 0x00, 0xFF}), Byte, 4),
     // lens and head positions
     get("image_zoom_pos_get", pkt({0x81, 0x09, 0x04, 0x47, 0xFF}), W0),
     get("image_focus_pos_get", pkt({0x81, 0x09, 0x04, 0x48, 0xFF}), W0),
@@ -311,6 +309,20 @@ inline constexpr Row kRows[] = {
         6),
 };
 
+// ---- framing ------------------------------------------------------------------------
+// A value byte stays below 80: FF ends a packet and 8x opens one, so either
+// inside a packet would split it for the camera-control process.
+inline constexpr unsigned kValueMax = 0x7F;
+
+// The packet opens with the header, ends with the one terminator, and holds
+// neither a terminator nor an address byte in between.
+constexpr bool framed(const uint8_t* p, int len) {
+    if (p == nullptr || len < 3 || p[0] != 0x81 || p[len - 1] != 0xFF) return false;
+    for (int i = 1; i < len - 1; ++i)
+        if (p[i] == 0xFF || (p[i] & 0xF0) == 0x80) return false;
+    return true;
+}
+
 // Compile-time lookup: a misspelt name stops the build.
 void no_such_row();  // never defined; reaching it in a constant evaluation is an error
 consteval const Row& row(std::string_view name) {
@@ -327,12 +339,16 @@ consteval int index_of(std::string_view name) { return static_cast<int>(&row(nam
 consteval bool rows_well_formed() {
     for (const Row& r : kRows) {
         const Packet& p = r.packet;
-        if (p.len < 5 || p.b[0] != 0x81 || p.b[p.len - 1] != 0xFF) return false;
+        if (p.len < 5 || !framed(p.b.data(), p.len)) return false;
         if (p.b[1] != (r.kind == Kind::Get ? 0x09 : 0x01)) return false;
         int width = r.enc == Enc::None ? 0 : r.enc == Enc::Nib2 ? 2 : r.enc == Enc::Nib4 ? 4 : 1;
         if (width && (r.pos < 4 || r.pos + width > p.len - 1)) return false;
         for (int i = 0; i < width; ++i)
             if (p.b[r.pos + i] != 0) return false;
+        for (const Word& w : r.words)
+            if (w.code < 0 || w.code > static_cast<int>(kValueMax)) return false;
+        for (uint8_t c : r.codes)
+            if (c > kValueMax) return false;
     }
     return true;
 }

@@ -1,5 +1,7 @@
 #include "cgi/reply.h"
 
+#include <cstdio>
+
 #include <cJSON.h>
 
 #include "cgi/output.h"
@@ -67,4 +69,23 @@ int json_get_int(const cJSON* object, const char* key) {
 const char* json_get_string(const cJSON* object, const char* key) {
     const cJSON* item = cJSON_GetObjectItemCaseSensitive(object, key);
     return cJSON_IsString(item) ? item->valuestring : nullptr;
+}
+
+std::string json_escaped(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u < 0x20) {
+            char code[8];
+            std::snprintf(code, sizeof code, "\\u%04x", u);
+            out += code;
+        } else {
+            out += c;
+        }
+    }
+    return out;
 }

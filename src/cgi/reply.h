@@ -1,6 +1,7 @@
 // Reply envelopes, header blocks and query decoding shared by every route.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 struct cJSON;
@@ -21,3 +22,7 @@ void url_decode_checked(const char* source, char* destination);  // null-safe
 
 int json_get_int(const cJSON* object, const char* key);
 const char* json_get_string(const cJSON* object, const char* key);
+
+// `text` made fit to stand between the quotes of a JSON string: quotes,
+// backslashes and control characters escaped, every other byte as it is.
+std::string json_escaped(std::string_view text);

@@ -105,6 +105,8 @@ int sendPreset(const char* body) {
     if (const WordCode* w = word_find(kPresetWords, control); w != nullptr)
         status = image_preset_ctrl(w->code, index & 0xFF) == 0 ? 1 : 0;
     reply_header(kHdrJson);
-    out_printf("{\"status\":%d,\"index\":%d,\"speed\":\"%s\"}", status, index, control);
+    // The control word is echoed inside quotes: escaped, so the answer stays JSON.
+    out_printf("{\"status\":%d,\"index\":%d,\"speed\":\"%s\"}", status, index,
+               json_escaped(control).c_str());
     return 0;
 }

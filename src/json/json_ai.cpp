@@ -17,7 +17,10 @@ namespace {
 // A waited send's result is not looked at: the answer comes from the area.
 // The row's `arg` is its operation's place in the operation table.
 const visca::Row& op_of(const Field& row) { return visca::kRows[row.arg]; }
-bool sent(const visca::Row& op, int status) { return op.kind == visca::Kind::SetWait || status == 0; }
+// A value the operation cannot carry is refused before anything is sent.
+bool sent(const visca::Row& op, int status) {
+    return status == 0 || (status == -1 && op.kind == visca::Kind::SetWait);
+}
 
 bool send_number(const Field& row, FieldWrite&, const cJSON* item, int) {
     return cJSON_IsNumber(item) && sent(op_of(row), image_row_set(op_of(row), item->valueint));

@@ -88,9 +88,12 @@ int write_vo_en(const cJSON* item, cJSON* answer) {
     return 0;
 }
 
+// The zoom factor runs from 0 to the full 1024; anything else would send the
+// server a field it cannot hold, so it is refused before any arithmetic.
 int write_digital_zoom(const cJSON* item, cJSON* answer) {
     const int32_t wanted = item->valueint;
-    if (send_to_system(kCmdDigitalZoom, kDigitalZoomFull - wanted) != 0) {
+    if (wanted < 0 || wanted > kDigitalZoomFull ||
+        send_to_system(kCmdDigitalZoom, kDigitalZoomFull - wanted) != 0) {
         json_answer_false(answer, item->string);
         return -1;
     }

@@ -85,10 +85,11 @@ int standby(Request& r, int arg) {
     return awake_digit(r.value[0]);
 }
 
-// arg: installation position to set, -1 only inquire.
+// arg: installation position to set, -1 only inquire. The camera keeps it
+// under function code C0.
 int install(Request& r, int arg) {
-    if (arg >= 0 && image_install_pos_set(arg) < 0) return -1;
-    const int pos = image_install_pos_get();
+    if (arg >= 0 && image_reg_c0_set(arg) < 0) return -1;
+    const int pos = image_reg_c0_get();
     if (pos < 0) return -1;
     r.value[0] = pos;
     return 0;

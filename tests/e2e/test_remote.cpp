@@ -160,7 +160,7 @@ TEST_F(RemoteE2E, PtzStandbyAndInstallation) {
     EXPECT_EQ(sys.wait_lines(3), (Lines{"64 01", "64 00", "64 00"}));
 
     EXPECT_EQ(ptz_fresh("#INS1"), text("iNS1"));
-    EXPECT_EQ(visca.take(2), (Lines{"81 01 04 a6 01 ff", "81 09 04 a6 ff"}));
+    EXPECT_EQ(visca.take(2), (Lines{"81 01 04 c0 01 ff", "81 09 04 c0 ff"}));
     EXPECT_EQ(ptz("#INS"), text("iNS1"));
     EXPECT_EQ(ptz("#INS0"), text("iNS0"));
 }

@@ -72,8 +72,9 @@ TEST_F(ImageCtrl, NumericEncodings) {
 }
 
 TEST_F(ImageCtrl, WaitingSettersAwaitTheReply) {
+    EXPECT_EQ(image_feature_size_set(0x90), -1);  // a byte above 7F would break the framing
     reply({0x90, 0x50, 0xFF});
-    EXPECT_EQ(image_feature_size_set(0x90), 0);
+    EXPECT_EQ(image_feature_size_set(0x70), 0);
     fail();
     EXPECT_EQ(image_feature_set_set(1), -1);
     reply({0x90, 0x50, 0xFF});
@@ -82,7 +83,7 @@ TEST_F(ImageCtrl, WaitingSettersAwaitTheReply) {
     ASSERT_EQ(s.size(), 3u);
     EXPECT_EQ(s[0].how, "wait");
     EXPECT_EQ(s[0].capacity, -1);
-    EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x24, 0x74, 0x00, 0x90, 0xFF}));
+    EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x24, 0x74, 0x00, 0x70, 0xFF}));
     EXPECT_EQ(s[2].packet, (Bytes{0x81, 0x01, 0x06, 0x32, 0x00, 0x00, 0x01, 0x02, 0x03, 0x04, 0x0A,
                                   0x0B, 0x0C, 0x0D, 0xFF}));
 }
