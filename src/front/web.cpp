@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <unistd.h>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -16,6 +17,7 @@
 #include "cgi/reply.h"
 #include "ipc/CamMsgDrv.h"
 #include "ipc/file_msg_drv.h"
+#include "ipc/msg_util.h"
 #include "ipc/sys_msg_drv.h"
 #include "json/json_ctrl_func.h"
 #include "remote/aw_cam.h"
@@ -79,6 +81,17 @@ constexpr std::array<PostRoute, 4> kPostRoutes{{
 }};
 
 void on_sigusr1(int) { g_reload_level = 1; }
+
+// SIGTERM between requests ends the process at once; during a request it
+// cuts short any wait on a peer, so the request is answered (as failed) and
+// the loop ends before the next one.
+volatile sig_atomic_t g_in_request = 0;
+volatile sig_atomic_t g_terminate = 0;
+void on_sigterm(int) {
+    if (g_in_request == 0) _exit(0);
+    g_terminate = 1;
+    g_msg_stop = 1;
+}
 
 // The signal handler only raises a flag (reading a file is not safe inside
 // it); the level is read again here, before the next request is served.
@@ -214,6 +227,9 @@ int system_init() {
     sigemptyset(&sa.sa_mask);
     sa.sa_flags = SA_RESTART;
     sigaction(SIGUSR1, &sa, nullptr);
+    sa.sa_handler = on_sigterm;
+    sa.sa_flags = 0;
+    sigaction(SIGTERM, &sa, nullptr);
 
     if (InitSysMsgDrv(14) != 0) {
         LOG_ERR("system command channel init failed\n");
@@ -247,7 +263,11 @@ int web_main() {
         pox_system("echo FASTCGI:system init failed > /dev/stderr");
         return -1;
     }
-    while (out_accept() >= 0) web_handle_request();
+    while (g_terminate == 0 && out_accept() >= 0) {
+        g_in_request = 1;
+        web_handle_request();
+        g_in_request = 0;
+    }
     system_deinit();
     return 0;
 }

@@ -88,7 +88,7 @@ int recv_from_cam(uint8_t* buffer, int* capacity, int timeout_ms, int* seq, cons
         err = errno == EINTR ? ENOMSG : errno;  // an interrupted poll is an empty one
         SemRelease(g_sem);
         if (got >= 0 || err != ENOMSG) break;
-        if ((now_us() - start) / 1000 > timeout_ms) break;
+        if ((now_us() - start) / 1000 > timeout_ms || g_msg_stop != 0) break;
         sleep_1ms();
     }
     if (got < 0) return err == ENOMSG ? -2 : -1;
@@ -208,7 +208,7 @@ int TramsMsg2Cam(uint8_t* packet, int length, int* capacity) {
             }
             if (errno == EINTR) continue;
             if (errno != ENOMSG) break;
-            if ((now_us() - start) / 1000 > timeout_ms) break;
+            if ((now_us() - start) / 1000 > timeout_ms || g_msg_stop != 0) break;
             sleep_1ms();
         }
     }

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <sys/time.h>
+#include <time.h>
 
 #include "support/log.h"
 
@@ -71,5 +73,56 @@ void Msg_Drain(int qid, long type) {
         if (msgrcv(qid, &stale, sizeof stale.body, type, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
         if (errno == EINTR) continue;
         break;  // ENOMSG: empty; anything else: the queue is unusable
+    }
+}
+
+volatile sig_atomic_t g_msg_stop = 0;
+
+namespace {
+
+void on_alarm(int) {}  // only there to interrupt the blocked receive
+
+long long now_ms() {
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+void arm(long long ms) {
+    itimerval t{};
+    t.it_value.tv_sec = static_cast<time_t>(ms / 1000);
+    t.it_value.tv_usec = static_cast<suseconds_t>((ms % 1000) * 1000);
+    setitimer(ITIMER_REAL, &t, nullptr);
+}
+
+}  // namespace
+
+int Msg_Rcv_Until(int qid, long type, void* msg, int size, int timeout_ms) {
+    if (msg == nullptr || size < kTypeWord) {
+        errno = EINVAL;
+        return -1;
+    }
+    static const bool installed = [] {
+        struct sigaction sa {};
+        sa.sa_handler = on_alarm;
+        sigemptyset(&sa.sa_mask);
+        sa.sa_flags = 0;  // no restart: the receive must come back with EINTR
+        return sigaction(SIGALRM, &sa, nullptr) == 0;
+    }();
+    (void)installed;
+    const long long deadline = now_ms() + timeout_ms;
+    for (;;) {
+        if (g_msg_stop != 0) return -2;
+        const long long left = deadline - now_ms();
+        if (left <= 0) return -2;
+        arm(left);
+        const ssize_t r = msgrcv(qid, msg, static_cast<size_t>(size - kTypeWord), type, 0);
+        const int err = errno;
+        arm(0);
+        if (r >= 0) return static_cast<int>(r);
+        if (err != EINTR) {
+            errno = err;
+            return -1;
+        }
     }
 }

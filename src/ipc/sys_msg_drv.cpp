@@ -21,6 +21,11 @@ constexpr int kMaxLinkId = 26;
 constexpr uint32_t kCmdLimit = 71;  // ids 0 to 70
 
 int g_link_id = 0;
+// How long a command waits for the server's reply. The slowest commands the
+// handlers send (factory reset, snapshot) are answered within a few seconds;
+// 10 s is the patience the store's readers have too. A reply that comes
+// later is a stale one and is drained before the next command.
+int g_deadline_ms = kSysReplyDeadlineMs;
 int g_qid = -1;
 SemHandl_t g_sem = nullptr;
 
@@ -74,7 +79,8 @@ int TransmitMsg2Sys(uint32_t cmd, void* data, int length, int* capacity) {
 
     int result = Msg_Send(g_qid, &msg, sizeof msg);
     if (result >= 0) {
-        result = Msg_Rcv(g_qid, g_link_id, &msg, sizeof msg);
+        result = Msg_Rcv_Until(g_qid, g_link_id, &msg, sizeof msg, g_deadline_ms);
+        if (result == -2) LOG_ERR("system server did not answer command %u\n", cmd);
         if (result >= 0 && capacity != nullptr && msg.length >= 0) {
             const int room = std::max(*capacity, 0);
             if (static_cast<uint32_t>(msg.length) > static_cast<uint32_t>(room)) {
@@ -90,3 +96,5 @@ int TransmitMsg2Sys(uint32_t cmd, void* data, int length, int* capacity) {
     SemRelease(g_sem);
     return result;
 }
+
+void SetSysMsgDeadline(int ms) { g_deadline_ms = ms > 0 ? ms : kSysReplyDeadlineMs; }

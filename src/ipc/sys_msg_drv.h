@@ -8,3 +8,8 @@ int InitSysMsgDrv(int link_id);
 int CleanupSysMsgDrv();
 // Reply data (if any) is written back into `data`; `capacity` may be null.
 int TransmitMsg2Sys(uint32_t cmd, void* data, int length, int* capacity);
+
+// A command waits this long for its reply and then fails as a failed send
+// (-2); tests may shorten it (a value of 0 or less restores it).
+inline constexpr int kSysReplyDeadlineMs = 10000;
+void SetSysMsgDeadline(int ms);

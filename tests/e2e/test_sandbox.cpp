@@ -180,4 +180,52 @@ TEST(Sandbox, ResponderIsRestartedAfterItDies) {
     EXPECT_EQ(get("nonsense"), kUnknownNonsense);
 }
 
+// ---- a system server that never answers -------------------------------------------
+
+// Clears the system server's fault switch however the test ends.
+struct SilentSystemServer {
+    SilentSystemServer() { fault_set("syssim.ctl", "silent"); }
+    ~SilentSystemServer() { fault_set("syssim.ctl", ""); }
+};
+
+long long elapsed_ms(std::chrono::steady_clock::time_point since) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since)
+        .count();
+}
+
+TEST(SandboxFaults, SilentSystemServerCostsOneDeadline) {
+    std::string reply;
+    long long took = 0;
+    {
+        SilentSystemServer silent;
+        const auto start = std::chrono::steady_clock::now();
+        reply = body_of(get(R"(func=set{"audio":{"volume":5}})"));
+        took = elapsed_ms(start);
+    }
+    EXPECT_NE(reply.find("\"audio\":\tfalse"), std::string::npos) << reply;
+    EXPECT_GE(took, 9000);
+    EXPECT_LT(took, 15000);
+    // The service goes on: the next command is answered by the server again.
+    EXPECT_NE(body_of(get(R"(func=set{"audio":{"volume":6}})")).find("\"volume\":\t6"), std::string::npos);
+}
+
+TEST(SandboxFaults, SigtermEndsAWaitingRequestPromptly) {
+    const pid_t first = responder_pid();
+    ASSERT_GT(first, 0);
+    long long took = 0;
+    {
+        SilentSystemServer silent;
+        std::thread request([] { get(R"(func=set{"audio":{"volume":7}})"); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        const auto start = std::chrono::steady_clock::now();
+        ASSERT_EQ(kill(first, SIGTERM), 0);
+        for (took = 0; took < 5000 && kill(first, 0) == 0; took = elapsed_ms(start))
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        request.join();
+    }
+    EXPECT_LT(took, 2000) << "the responder outlived SIGTERM";
+    EXPECT_GT(wait_responder(first, 10000), 0) << "no new responder";
+    EXPECT_EQ(get("nonsense"), kUnknownNonsense);
+}
+
 }  // namespace

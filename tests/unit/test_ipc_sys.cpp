@@ -103,3 +103,23 @@ TEST_F(IpcSysChannel, NoCapacityCopiesNothing) {
     server.join();
     EXPECT_EQ(std::memcmp(data, "abcdefg", 7), 0);
 }
+
+// A server that never answers costs one deadline, and its late reply is
+// drained before the next command rather than taken as that command's.
+TEST_F(IpcSysChannel, SilentServerCostsOneDeadline) {
+    SetSysMsgDeadline(200);
+    char data[4] = {1, 2, 3, 4};
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(TransmitMsg2Sys(57, data, 4, nullptr), -2);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::milliseconds(190));
+    EXPECT_LT(took, std::chrono::milliseconds(2000));
+    SysMsg late{};
+    late.type = kLinkId;
+    late.length = 9;
+    send_record(qid_, late);
+    std::thread server = answer(3);
+    EXPECT_EQ(TransmitMsg2Sys(58, data, 4, nullptr), 3);
+    server.join();
+    SetSysMsgDeadline(0);
+}
