@@ -30,13 +30,20 @@ const CamTransport* g_transport = nullptr;
 // Nothing leaves that the camera-control process could mis-frame: a packet
 // whose inside holds a terminator or an address byte is refused here, as a
 // failed send.
+// Once the camera has let one reply time out, the rest of the request does
+// not wait for it again: every further inquiry fails at once.
+bool g_camera_silent = false;
+
 int chan_wait(uint8_t* packet, int length, int* capacity) {
     if (!visca::framed(packet, length)) {
         LOG_ERR("packet refused: a value breaks its framing\n");
         return -1;
     }
-    return g_transport && g_transport->wait ? g_transport->wait(packet, length, capacity)
-                                            : TramsMsg2Cam(packet, length, capacity);
+    if (g_camera_silent) return -1;
+    if (g_transport && g_transport->wait) return g_transport->wait(packet, length, capacity);
+    const int result = TramsMsg2Cam(packet, length, capacity);
+    if (result < 0 && CamMsgLastTimedOut() != 0) g_camera_silent = true;
+    return result;
 }
 int chan_nowait(const uint8_t* packet, int length) {
     if (!visca::framed(packet, length)) {
@@ -252,6 +259,7 @@ bool snap_name_ok(const char* name) {
 }  // namespace
 
 void image_ctrl_set_transport(const CamTransport* transport) { g_transport = transport; }
+void image_ctrl_request_begin() { g_camera_silent = false; }
 
 int image_row_set(const visca::Row& r, int value) { return op_put_send(r, value); }
 int image_row_choose(const visca::Row& r, const char* word) { return op_choose(r, word); }

@@ -89,3 +89,6 @@ struct CamTransport {
     void (*flush)();                                          // drop pending replies
 };
 void image_ctrl_set_transport(const CamTransport* transport);
+// Starts a request: the camera counts as answering again. Within a request,
+// after one reply has timed out every further inquiry fails at once.
+void image_ctrl_request_begin();

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "camera/image_ctrl.h"
 #include "front/device.h"
 #include "cgi/output.h"
 #include "front/post_cmd.h"
@@ -265,6 +266,7 @@ int web_main() {
     }
     while (g_terminate == 0 && out_accept() >= 0) {
         g_in_request = 1;
+        image_ctrl_request_begin();
         web_handle_request();
         g_in_request = 0;
     }

@@ -180,6 +180,12 @@ void CamMsgSvrExit() {
     g_sem = nullptr;
 }
 
+namespace {
+bool g_last_timed_out = false;
+}  // namespace
+
+int CamMsgLastTimedOut() { return g_last_timed_out ? 1 : 0; }
+
 int TramsMsg2Cam(uint8_t* packet, int length, int* capacity) {
     if (!channel_ready()) return -1;
     const int64_t start = now_us();
@@ -192,9 +198,12 @@ int TramsMsg2Cam(uint8_t* packet, int length, int* capacity) {
     CamMsg msg = request;
 
     int result = -1;
+    bool timed_out = false;
     if (Msg_Send(g_qid, &msg, kWholeMsg) >= 0) {
+        // The wait sleeps in the kernel until the reply or the time-out.
         for (;;) {
-            const ssize_t got = msgrcv(g_qid, &msg, kCamMsgBody, g_own_id, IPC_NOWAIT | MSG_NOERROR);
+            const int left = timeout_ms - static_cast<int>((now_us() - start) / 1000);
+            const int got = Msg_Rcv_Until(g_qid, g_own_id, &msg, kWholeMsg, left);
             if (got >= 0) {
                 if (msg.seq != request.seq) continue;  // a late reply to an older request
                 if (capacity != nullptr) {
@@ -206,12 +215,11 @@ int TramsMsg2Cam(uint8_t* packet, int length, int* capacity) {
                 }
                 break;
             }
-            if (errno == EINTR) continue;
-            if (errno != ENOMSG) break;
-            if ((now_us() - start) / 1000 > timeout_ms || g_msg_stop != 0) break;
-            sleep_1ms();
+            timed_out = got == -2;
+            break;
         }
     }
+    g_last_timed_out = timed_out;
 
     if (result == -1 && g_print_level >= 3)
         LOG_INFO("%s error:%s\n", "TramsMsg2Cam", hex_bytes(request.packet, length).c_str());

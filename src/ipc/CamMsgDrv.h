@@ -22,3 +22,6 @@ int RecvMsgFromCamClt(uint8_t* buffer, int* length, int* seq);
 
 // Reply time-out in milliseconds chosen from the packet's first bytes.
 int CamMsgTimeout(const uint8_t* packet, int length);
+
+// 1 when the last TramsMsg2Cam ended because its reply did not come in time.
+int CamMsgLastTimedOut();

@@ -111,12 +111,17 @@ int Msg_Rcv_Until(int qid, long type, void* msg, int size, int timeout_ms) {
     }();
     (void)installed;
     const long long deadline = now_ms() + timeout_ms;
+    const auto body = static_cast<size_t>(size - kTypeWord);
     for (;;) {
+        // What is already there is taken even when no time is left.
+        const ssize_t ready = msgrcv(qid, msg, body, type, IPC_NOWAIT | MSG_NOERROR);
+        if (ready >= 0) return static_cast<int>(ready);
+        if (errno != ENOMSG && errno != EINTR) return -1;
         if (g_msg_stop != 0) return -2;
         const long long left = deadline - now_ms();
         if (left <= 0) return -2;
         arm(left);
-        const ssize_t r = msgrcv(qid, msg, static_cast<size_t>(size - kTypeWord), type, 0);
+        const ssize_t r = msgrcv(qid, msg, body, type, MSG_NOERROR);
         const int err = errno;
         arm(0);
         if (r >= 0) return static_cast<int>(r);

@@ -235,7 +235,8 @@ void answer_preset_number(const cJSON* item, cJSON* answer, int& result) {
 }
 
 void answer_preset_array(const cJSON* item, cJSON* answer, int& result) {
-    cJSON* states = cJSON_CreateArray();
+    // More elements than there are presets is no question a client can mean.
+    cJSON* states = cJSON_GetArraySize(item) <= kPresetMax + 1 ? cJSON_CreateArray() : nullptr;
     if (states == nullptr) {
         json_answer_false(answer, item->string);
         result = -1;

@@ -228,4 +228,22 @@ TEST(SandboxFaults, SigtermEndsAWaitingRequestPromptly) {
     EXPECT_EQ(get("nonsense"), kUnknownNonsense);
 }
 
+// A silent camera costs a request one inquiry time-out (5 s), not one per inquiry.
+TEST(SandboxFaults, SilentCameraFailsARequestAfterItsFirstTimeOut) {
+    std::string reply;
+    long long took = 0;
+    {
+        fault_set("camsim.ctl", "silent");
+        const auto start = std::chrono::steady_clock::now();
+        reply = body_of(get(R"(func=get{"image":{"zoom":true,"focus":true,"mirror":true,"gain":true}})"));
+        took = elapsed_ms(start);
+        fault_set("camsim.ctl", "");
+    }
+    for (const char* key : {"zoom", "focus", "mirror", "gain"})
+        EXPECT_NE(reply.find(std::string("\"") + key + "\":\tfalse"), std::string::npos) << key << reply;
+    EXPECT_LT(took, 8000);
+    // The next request finds the camera answering again.
+    EXPECT_EQ(body_of(get(R"(func=get{"image":{"mirror":true}})")).find("false"), std::string::npos);
+}
+
 }  // namespace
