@@ -4,9 +4,14 @@
 #include "camera/image_ctrl.h"
 
 #include <strings.h>
+#include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <vector>
+#include <string>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -240,6 +245,39 @@ constexpr const char* kSnapFile = "/tmp/snap.jpg";
 constexpr uint32_t kSnapshotCmd = 41;
 constexpr int kSnapPolls = 30;  // 100 ms apart: at most 3 s
 constexpr size_t kSnapNameMax = 63;
+
+// Named snapshots are links in the web root. Each new name would add one
+// for good, so at most kSnapLinksMax are kept: before a new name is linked,
+// the oldest links go until there is room (a name already there is only
+// pointed anew).
+constexpr const char* kSnapDir = "/opt/ipnc/www/images/snap";
+constexpr size_t kSnapLinksMax = 32;
+
+void snap_links_make_room(const char* name) {
+    struct Link {
+        std::string name;
+        time_t made;
+    };
+    std::vector<Link> links;
+    if (DIR* dir = opendir(kSnapDir)) {
+        while (const dirent* e = readdir(dir)) {
+            const std::string entry = e->d_name;
+            if (entry == "." || entry == "..") continue;
+            if (entry == name) {
+                closedir(dir);
+                return;
+            }
+            struct stat st {};
+            const std::string full = std::string(kSnapDir) + "/" + entry;
+            if (lstat(full.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) links.push_back({entry, st.st_mtime});
+        }
+        closedir(dir);
+    }
+    if (links.size() < kSnapLinksMax) return;
+    std::sort(links.begin(), links.end(), [](const Link& a, const Link& b) { return a.made < b.made; });
+    for (size_t i = 0; i + kSnapLinksMax <= links.size(); ++i)
+        unlink((std::string(kSnapDir) + "/" + links[i].name).c_str());
+}
 
 // A link name is a plain file name: letters, digits, '.', '_' and '-', not
 // "." or "..", so it can neither leave the snapshot directory nor reach a shell.
@@ -528,10 +566,11 @@ int image_snapshot(int mode, const char* name, int width, int height, int flag) 
         LOG_ERR("snapshot not taken\n");
         return -1;
     }
-    if (pox_system("mkdir -p /opt/ipnc/www/images/snap") < 0) return -1;
+    if (pox_system("mkdir -p /opt/ipnc/www/images/snap") < 0) return -1;  // kSnapDir
     if (name) {
+        snap_links_make_room(name);
         char cmd[160];
-        std::snprintf(cmd, sizeof cmd, "ln -sf /tmp/snap.jpg /opt/ipnc/www/images/snap/%s", name);
+        std::snprintf(cmd, sizeof cmd, "ln -sf /tmp/snap.jpg %s/%s", kSnapDir, name);
         if (pox_system(cmd) < 0) return -1;
     }
     return 0;

@@ -316,12 +316,15 @@ inline constexpr unsigned kValueMax = 0x7F;
 
 // The packet opens with the header, ends with the one terminator, and holds
 // neither a terminator nor an address byte in between.
-constexpr bool framed(const uint8_t* p, int len) {
-    if (p == nullptr || len < 3 || p[0] != 0x81 || p[len - 1] != 0xFF) return false;
+template <typename Bytes>
+constexpr bool framed_bytes(const Bytes& b, int len) {
+    if (len < 3 || b[0] != 0x81 || b[len - 1] != 0xFF) return false;
     for (int i = 1; i < len - 1; ++i)
-        if (p[i] == 0xFF || (p[i] & 0xF0) == 0x80) return false;
+        if (b[i] == 0xFF || (b[i] & 0xF0) == 0x80) return false;
     return true;
 }
+constexpr bool framed(const Packet& p) { return framed_bytes(p.b, p.len); }
+inline bool framed(const uint8_t* bytes, int len) { return bytes != nullptr && framed_bytes(bytes, len); }
 
 // Compile-time lookup: a misspelt name stops the build.
 void no_such_row();  // never defined; reaching it in a constant evaluation is an error
@@ -339,7 +342,7 @@ consteval int index_of(std::string_view name) { return static_cast<int>(&row(nam
 consteval bool rows_well_formed() {
     for (const Row& r : kRows) {
         const Packet& p = r.packet;
-        if (p.len < 5 || !framed(p.b.data(), p.len)) return false;
+        if (p.len < 5 || !framed(p)) return false;
         if (p.b[1] != (r.kind == Kind::Get ? 0x09 : 0x01)) return false;
         int width = r.enc == Enc::None ? 0 : r.enc == Enc::Nib2 ? 2 : r.enc == Enc::Nib4 ? 4 : 1;
         if (width && (r.pos < 4 || r.pos + width > p.len - 1)) return false;

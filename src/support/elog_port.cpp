@@ -37,9 +37,26 @@ bool g_file_on = false;
 std::recursive_mutex g_output_mutex;
 LogMsg g_line{};
 
+// Lines the collector could not take: counted, and reported on standard
+// output at most once a minute so that a stalled collector cannot flood it.
+unsigned long g_dropped = 0;
+time_t g_dropped_told = 0;
+constexpr time_t kDropReportGap = 60;
+
+void count_drop() {
+    ++g_dropped;
+    const time_t now = ::time(nullptr);
+    if (g_dropped_told != 0 && now - g_dropped_told < kDropReportGap) return;
+    g_dropped_told = now;
+    std::printf("msg buffer overflow.\n%lu log lines dropped\n", g_dropped);
+    std::fflush(stdout);
+}
+
 // Sends one line to the collector queue, refusing when the queue is more than
 // half full (the same rule as for the command channels, so the collector
-// never starves the camera's own traffic).
+// never starves the camera's own traffic). The send never blocks: with
+// several writers the room seen a moment ago may be gone, and a full queue
+// costs the line, not the request.
 void queue_send(const char* log, size_t size) {
     LogMsg local;
     LogMsg* msg = &g_line;
@@ -54,17 +71,13 @@ void queue_send(const char* log, size_t size) {
 
     struct msqid_ds ds {};
     if (::msgctl(g_qid, IPC_STAT, &ds) != 0) {
-        std::printf("msgctl error.\n");
-        std::fflush(stdout);
+        count_drop();
         return;
     }
     const unsigned long queued = ds.msg_cbytes;
-    if (ds.msg_qbytes < 2 * queued || ds.msg_qbytes < queued + kLogHeaderSize + size) {
-        std::printf("msg buffer overflow.\n");
-        std::fflush(stdout);
-        return;
-    }
-    ::msgsnd(g_qid, msg, size + kLogHeaderSize, 0);
+    if (ds.msg_qbytes < 2 * queued || ds.msg_qbytes < queued + kLogHeaderSize + size ||
+        ::msgsnd(g_qid, msg, size + kLogHeaderSize, IPC_NOWAIT) != 0)
+        count_drop();
 }
 
 bool g_console_on = false;

@@ -223,28 +223,31 @@ int ini_rewrite(const char* path, const std::vector<std::string>& lines, std::st
         out.push_back(raw);
     }
 
-    char tmp[] = "/tmp/ini.XXXXXX";
-    int fd = ::mkstemp(tmp);
+    // The new content goes to a temporary beside the file and replaces it by
+    // rename, so the file is never half written; every failure removes the
+    // temporary again. Lines are written byte for byte, NUL bytes included.
+    std::string tmp = std::string(path) + ".XXXXXX";
+    const int fd = ::mkstemp(tmp.data());
     if (fd < 0) return -EAGAIN;
+    struct stat st {};
+    if (::stat(path, &st) == 0) ::fchmod(fd, st.st_mode & 07777);  // the file keeps its mode
     FilePtr fp(::fdopen(fd, "w"));
     if (!fp) {
         ::close(fd);
-        ::unlink(tmp);
+        ::unlink(tmp.c_str());
         return -EAGAIN;
     }
-    for (const auto line : out) {
-        if (std::fprintf(fp.get(), "%.*s\n", static_cast<int>(line.size()), line.data()) < 0) {
-            fp.reset();
-            ::unlink(tmp);
-            return -EAGAIN;
-        }
-    }
-    if (std::fclose(fp.release()) != 0 || ini_copy_file(tmp, path) != 0) {
-        // The copy may have cut the file short: keep the temporary as the good copy.
-        LOG_ERR("ini copy %s failed, content kept in %s\n", path, tmp);
+    bool written = true;
+    for (const auto line : out)
+        written = written && std::fwrite(line.data(), 1, line.size(), fp.get()) == line.size() &&
+                  std::fputc('\n', fp.get()) != EOF;
+    written = written && sync_file(fp.get()) == 0;
+    const bool closed = std::fclose(fp.release()) == 0;
+    if (!written || !closed || ::rename(tmp.c_str(), path) != 0) {
+        ::unlink(tmp.c_str());
+        LOG_ERR("ini rewrite of %s failed\n", path);
         return -EAGAIN;
     }
-    ::unlink(tmp);
     return 0;
 }
 

@@ -180,6 +180,21 @@ TEST(Sandbox, ResponderIsRestartedAfterItDies) {
     EXPECT_EQ(get("nonsense"), kUnknownNonsense);
 }
 
+// Named snapshots keep at most 32 links in the web root, the newest among them.
+TEST(Sandbox, SnapshotLinksAreCapped) {
+    for (int i = 0; i < 36; ++i)
+        get("func=set{\"image\":{\"snap\":\"cap" + std::to_string(i) + ".jpg\"}}");
+    int links = 0;
+    if (DIR* dir = opendir(run_path("root/opt/ipnc/www/images/snap").c_str())) {
+        while (dirent* e = readdir(dir)) links += std::string(e->d_name).rfind("cap", 0) == 0;
+        closedir(dir);
+    }
+    EXPECT_LE(links, 32);
+    EXPECT_GE(links, 30);
+    struct stat st {};
+    EXPECT_EQ(lstat(run_path("root/opt/ipnc/www/images/snap/cap35.jpg").c_str(), &st), 0);
+}
+
 // ---- a system server that never answers -------------------------------------------
 
 // Clears the system server's fault switch however the test ends.

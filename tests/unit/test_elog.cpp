@@ -184,6 +184,10 @@ TEST_F(ElogTest, QueueMoreThanHalfFullDropsTheLine) {
     EXPECT_NE(out.find("msg buffer overflow."), std::string::npos);
     ASSERT_EQ(::msgctl(qid_, IPC_STAT, &ds), 0);
     EXPECT_EQ(ds.msg_qnum, 1u);
+    // Further drops within the minute are only counted.
+    testing::internal::CaptureStdout();
+    for (int i = 0; i < 50; ++i) elog_output(ELOG_LVL_INFO, "NO_TAG", "f.c", "fn", 1, "again\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 
     // Exactly half full still takes a line that fits.
     LogMsg got{};

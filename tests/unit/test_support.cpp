@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+
+#include <dirent.h>
 #include <signal.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -122,6 +124,26 @@ TEST_F(SupportTest, IniReadsAndWritesSectionsAndKeys) {
     // Values that would break the file's lines are refused.
     EXPECT_EQ(ini_set_value(ini.c_str(), "0", "x", "1\n[evil]"), -ECHILD);
     EXPECT_EQ(ini_set_value(ini.c_str(), "0]", "x", "1"), -ECHILD);
+}
+
+// A rewrite replaces the file whole: bytes kept exactly (a NUL inside a line
+// too), the file's mode kept, no temporary left beside it.
+TEST_F(SupportTest, IniRewriteKeepsBytesModeAndLeavesNothingBehind) {
+    const std::string ini = path("bytes.ini");
+    const std::string before = std::string("[a]\nk=1\nodd=x\0y\n", 16);
+    std::ofstream(ini, std::ios::binary) << before;
+    ASSERT_EQ(::chmod(ini.c_str(), 0640), 0);
+    EXPECT_EQ(ini_set_value(ini.c_str(), "a", "k", "2"), 0);
+    EXPECT_EQ(slurp(ini), std::string("[a]\nk=2\nodd=x\0y\n", 16));
+    struct stat st {};
+    ASSERT_EQ(::stat(ini.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0640u);
+    int entries = 0;
+    if (DIR* dir = ::opendir(path("").c_str())) {
+        while (dirent* e = ::readdir(dir)) entries += std::string(e->d_name).rfind("bytes.ini", 0) == 0;
+        ::closedir(dir);
+    }
+    EXPECT_EQ(entries, 1);
 }
 
 TEST_F(SupportTest, IniLeavesUnchangedFileAloneAndCreatesMissingOne) {
