@@ -16,6 +16,7 @@
 #include "cgi/output.h"
 #include "front/post_cmd.h"
 #include "cgi/reply.h"
+#include "cgi/upload.h"
 #include "ipc/CamMsgDrv.h"
 #include "ipc/file_msg_drv.h"
 #include "ipc/msg_util.h"
@@ -40,8 +41,6 @@ constexpr const char* kErrorParams = "Error params.\n";
 std::array<char, kBufferSize + 1> g_buffer{};
 std::array<char, kBufferSize> g_decoded{};
 int g_route_index = -1;
-bool g_upload_armed = false;
-const char* g_upload_path = "/tmp/update.bin";
 const char* g_print_conf = "/opt/params/print.conf";
 volatile std::sig_atomic_t g_reload_level = 0;
 
@@ -137,19 +136,26 @@ void route_get(const char* query) {
 
 // Appends the body to the upload file; successive POSTs between an arming
 // and the update accumulate into one image.
+// The reply is the same whatever the writing did; a piece that could not be
+// written is logged and marks the image incomplete, so that the update is
+// not started on it.
 void firmware_upload() {
     long length = content_length();
-    OutFile* file = out_fopen(g_upload_path, "ab+");
+    OutFile* file = out_fopen(upload_path(), "ab+");
     if (file == nullptr) LOG_ERR("open upload file failed\n");
     long total = 0;
+    long written = 0;
     while (total < length) {
         size_t want = static_cast<size_t>(std::min<long>(length - total, kBufferSize));
         size_t got = in_read(g_buffer.data(), want);
         if (got == 0) break;  // the client stopped sending
-        if (file != nullptr) out_fwrite(g_buffer.data(), got, file);
+        if (file != nullptr) written += static_cast<long>(out_fwrite(g_buffer.data(), got, file));
         total += static_cast<long>(got);
     }
-    if (file != nullptr) out_fclose(file);
+    if (file == nullptr || out_fclose(file) != 0 || written != total) {
+        LOG_ERR("upload written short: %ld of %ld bytes\n", written, total);
+        upload_mark_incomplete();
+    }
     reply_header(kHdrJson);
     out_printf("{\"status\":1,\"size\":%d}", static_cast<int>(total));
 }
@@ -166,7 +172,7 @@ void route_post(const char* query) {
         if (fits) std::memcpy(name.data(), from, len + 1);
     }
 
-    if (fits && g_upload_armed && std::strcmp(name.data(), "update") == 0) {
+    if (fits && upload_is_armed() && std::strcmp(name.data(), "update") == 0) {
         firmware_upload();
         return;
     }
@@ -196,9 +202,6 @@ int post_route_find(const char* name) {
 
 int post_route_selected() { return g_route_index; }
 
-void upload_set_armed(bool armed) { g_upload_armed = armed; }
-bool upload_is_armed() { return g_upload_armed; }
-void upload_set_path(const char* path) { g_upload_path = path ? path : "/tmp/update.bin"; }
 void print_conf_set_path(const char* path) { g_print_conf = path ? path : "/opt/params/print.conf"; }
 
 void web_handle_request() {

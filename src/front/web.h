@@ -20,11 +20,7 @@ void web_handle_request();
 int post_route_find(const char* name);
 int post_route_selected();
 
-// Firmware upload gate, set and cleared by the JSON system section.
-void upload_set_armed(bool armed);
-bool upload_is_armed();
-// The file an upload is appended to ("/tmp/update.bin"; tests point it elsewhere).
-void upload_set_path(const char* path);
+// The firmware upload gate lives in cgi/upload.h, below the dialects that set it.
 
 // The log-level file read at start-up and again after SIGUSR1
 // ("/opt/params/print.conf"; tests point it elsewhere).

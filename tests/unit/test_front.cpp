@@ -10,6 +10,7 @@
 #include <string>
 
 #include "cgi/output.h"
+#include "cgi/upload.h"
 #include "front/post_cmd.h"
 #include "cgi/reply.h"
 #include "front/web.h"
@@ -249,6 +250,7 @@ TEST_F(FrontUpload, AppendsEveryPieceAndAnswersTheSize) {
     EXPECT_TRUE(o.drained);
     EXPECT_EQ(run("POST", "path=update", "tail").reply, kJson + "{\"status\":1,\"size\":4}");
     EXPECT_EQ(file_text(), image + "tail");
+    EXPECT_TRUE(upload_is_complete());
 }
 
 TEST_F(FrontUpload, ShortBodyStopsAtWhatArrived) {
@@ -258,11 +260,19 @@ TEST_F(FrontUpload, ShortBodyStopsAtWhatArrived) {
     EXPECT_EQ(run("POST", "path=update", "", "0").reply, kJson + "{\"status\":1,\"size\":0}");
 }
 
+// An image that could not be written (no file, a full disk) is answered as
+// always but known to be incomplete until the upload is armed again.
 TEST_F(FrontUpload, UnwritableFileStillDrainsAndAnswers) {
-    upload_set_path("/nonexistent-dir/update.bin");
-    Outcome o = run("POST", "path=update", std::string(2100, 'z'));
-    EXPECT_EQ(o.reply, kJson + "{\"status\":1,\"size\":2100}");
-    EXPECT_TRUE(o.drained);
+    for (const char* where : {"/nonexistent-dir/update.bin", "/dev/full"}) {
+        upload_set_armed(true);
+        upload_set_path(where);
+        Outcome o = run("POST", "path=update", std::string(2100, 'z'));
+        EXPECT_EQ(o.reply, kJson + "{\"status\":1,\"size\":2100}") << where;
+        EXPECT_TRUE(o.drained) << where;
+        EXPECT_FALSE(upload_is_complete()) << where;
+    }
+    upload_set_armed(true);
+    EXPECT_TRUE(upload_is_complete());
 }
 
 TEST_F(FrontUpload, NotArmedIsAnUnknownName) {
