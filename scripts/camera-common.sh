@@ -6,6 +6,7 @@
 
 SANDBOX_PID=
 LIGHTTPD_PID=
+LIGHTTPD_AUTH_PID=
 
 # Starts scripts/sandbox.sh in the background and waits (at most $1 seconds)
 # until it serves. Returns non-zero when it did not come up.
@@ -24,20 +25,30 @@ camera_start() {
 }
 
 # Writes the web server's configuration for the host: the shipped one with
-# the document root, port and responder socket of the sandbox.
+# the document root, port and responder socket of the sandbox. With a second
+# argument "auth" the shipped access block is switched on, with the user file
+# $CAMERA_RUN_DIR/web.users (user admin, password camera, realm camera).
 lighttpd_config() {
-  local port=$1 conf=$CAMERA_RUN_DIR/lighttpd.conf
+  local port=$1 auth=${2:-} name=lighttpd
+  [ -n "$auth" ] && name=lighttpd-auth
+  local conf=$CAMERA_RUN_DIR/$name.conf auth_sed=(-e '/# site: auth$/d')
+  if [ -n "$auth" ]; then
+    printf 'admin:camera:%s\n' "$(printf 'admin:camera:camera' | md5sum | cut -d' ' -f1)" \
+      >"$CAMERA_RUN_DIR/web.users"
+    auth_sed=(-e "s|^#\(.*\)# site: auth$|\1|" -e "s|/opt/params/web.users|$CAMERA_RUN_DIR/web.users|")
+  fi
   {
     sed -e "s|^server.document-root *=.*# site: document root|server.document-root = \"$CAMERA_RUN_DIR/root/opt/ipnc/www\"|" \
         -e "s|^server.port *=.*# site: port|server.port = $port|" \
         -e "s|^var.web_socket *=.*# site: responder socket|var.web_socket = \"$CAMERA_RUN_DIR/web.sock\"|" \
+        "${auth_sed[@]}" \
         "$REPO/deploy/lighttpd.conf"
     cat <<EOF
 
 # Host side of the sandbox.
 server.bind           = "127.0.0.1"
-server.pid-file       = "$CAMERA_RUN_DIR/lighttpd.pid"
-server.errorlog       = "$CAMERA_RUN_DIR/lighttpd.log"
+server.pid-file       = "$CAMERA_RUN_DIR/$name.pid"
+server.errorlog       = "$CAMERA_RUN_DIR/$name.log"
 server.upload-dirs    = ( "$CAMERA_RUN_DIR" )
 # The camera links /tmp into its web root; on the host that would be the
 # host's /tmp.
@@ -51,22 +62,24 @@ port_in_use() {
   ss -Hltn "sport = :$1" 2>/dev/null | grep -q .
 }
 
-# Starts lighttpd on 127.0.0.1:$1 in the foreground mode, in the background.
+# Starts lighttpd on 127.0.0.1:$1 in the foreground mode, in the background;
+# with "auth" as $2, the one that asks for credentials (LIGHTTPD_AUTH_PID).
 lighttpd_start() {
-  local port=$1 conf i
-  conf=$(lighttpd_config "$port")
+  local port=$1 auth=${2:-} conf i pid
+  conf=$(lighttpd_config "$port" "$auth")
   lighttpd -tt -f "$conf" >/dev/null || { echo "camera: bad web server configuration $conf" >&2; return 1; }
-  : >"$CAMERA_RUN_DIR/lighttpd.log"
+  : >"${conf%.conf}.log"
   lighttpd -D -f "$conf" &
-  LIGHTTPD_PID=$!
+  pid=$!
+  if [ -n "$auth" ]; then LIGHTTPD_AUTH_PID=$pid; else LIGHTTPD_PID=$pid; fi
   for ((i = 0; i < 50; i++)); do
     port_in_use "$port" && return 0
-    kill -0 "$LIGHTTPD_PID" 2>/dev/null || break
+    kill -0 "$pid" 2>/dev/null || break
     sleep 0.1
   done
   echo "camera: the web server did not start on port $port:" >&2
-  tail -n 5 "$CAMERA_RUN_DIR/lighttpd.log" >&2
-  LIGHTTPD_PID=
+  tail -n 5 "${conf%.conf}.log" >&2
+  if [ -n "$auth" ]; then LIGHTTPD_AUTH_PID=; else LIGHTTPD_PID=; fi
   return 1
 }
 
@@ -104,6 +117,10 @@ camera_stop() {
   if [ -n "$LIGHTTPD_PID" ]; then
     stop_process "$LIGHTTPD_PID" 5
     LIGHTTPD_PID=
+  fi
+  if [ -n "$LIGHTTPD_AUTH_PID" ]; then
+    stop_process "$LIGHTTPD_AUTH_PID" 5
+    LIGHTTPD_AUTH_PID=
   fi
   if [ -n "$SANDBOX_PID" ]; then
     local unshare_pid

@@ -51,6 +51,11 @@ for _ in 1 2 3; do
 done
 [ "$started" -eq 1 ] || { echo "e2e: no web server" >&2; show_logs; finish 1; }
 export WEB_HTTP_PORT=$port
+# The same camera behind the web server with its access block switched on.
+for _ in 1 2 3; do
+  auth_port=$(free_port) || break
+  lighttpd_start "$auth_port" auth && { export WEB_AUTH_PORT=$auth_port; break; }
+done
 
 "$BUILD/e2e_tests" "$@"
 status=$?

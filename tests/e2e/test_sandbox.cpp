@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -193,6 +194,29 @@ TEST(Sandbox, SnapshotLinksAreCapped) {
     EXPECT_GE(links, 30);
     struct stat st {};
     EXPECT_EQ(lstat(run_path("root/opt/ipnc/www/images/snap/cap35.jpg").c_str(), &st), 0);
+}
+
+// The shipped access block, switched on: every route asks for credentials,
+// and Digest credentials of the user file let the request through.
+std::string curl(const std::string& args) {
+    std::string out;
+    if (FILE* p = popen(("curl -s --max-time 10 " + args + " 2>&1").c_str(), "r")) {
+        char buf[256];
+        while (size_t n = fread(buf, 1, sizeof buf, p)) out.append(buf, n);
+        pclose(p);
+    }
+    return out;
+}
+
+TEST(Sandbox, AccessBlockAsksForCredentials) {
+    const char* port = std::getenv("WEB_AUTH_PORT");
+    ASSERT_NE(port, nullptr) << "no web server with the access block";
+    const std::string base = std::string("http://127.0.0.1:") + port;
+    for (const char* route : {"/cgi-bin/web.fcgi?nonsense", "/cgi-bin/aw_ptz?cmd=%23APC&res=1", "/controlhub"})
+        EXPECT_EQ(curl("-o /dev/null -w '%{http_code}' '" + base + route + "'"), "401") << route;
+    EXPECT_EQ(curl("--digest -u admin:wrong -o /dev/null -w '%{http_code}' '" + base + "/controlhub'"), "401");
+    EXPECT_EQ(curl("--digest -u admin:camera '" + base + "/cgi-bin/web.fcgi?nonsense'"),
+              "{\"status\":-1,\"message\":nonsense}");
 }
 
 // ---- a system server that never answers -------------------------------------------
