@@ -143,9 +143,29 @@ inside() {
   (
     trap - TERM INT HUP
     while :; do
-      "${confine[@]}" spawn-fcgi -n -s "$run/web.sock" -M 0600 -- "$build/web" >>"$run/web.log" 2>&1
+      "${confine[@]}" spawn-fcgi -n -s "$run/web.sock" -M 0600 -- "$build/web" >>"$run/web.log" 2>&1 &
+      echo $! >"$run/web.pid"
+      wait $!
       echo "sandbox: responder ended ($?), restarting" >>"$run/web.log"
       sleep 0.2
+    done
+  ) 2>>"$run/web.log" &
+
+  # The watchdog: every 10 s one request that needs no peer; a responder that
+  # has not answered it within 75 s (longer than any legitimate request
+  # waits: 40 s for the camera, 10 s for the system server) is stuck, and is
+  # ended so that the loop above starts a new one.
+  (
+    trap - TERM INT HUP
+    while :; do
+      sleep 10
+      [ -S "$run/web.sock" ] || continue
+      QUERY_STRING=nonsense REQUEST_METHOD=GET timeout 75 \
+        cgi-fcgi -bind -connect "$run/web.sock" >/dev/null 2>&1
+      [ $? -eq 124 ] || continue
+      pid=$(cat "$run/web.pid" 2>/dev/null)
+      [ -n "$pid" ] && kill -KILL "$pid" 2>/dev/null &&
+        echo "sandbox: responder stopped answering, ended" >>"$run/web.log"
     done
   ) 2>>"$run/web.log" &
 
@@ -178,7 +198,7 @@ build=$(cd "$1" 2>/dev/null && pwd) || { say "no build directory $1"; exit 2; }
 run=${CAMERA_RUN_DIR:-$repo/run}
 mkdir -p "$run" && run=$(cd "$run" && pwd) || { say "cannot create $run"; exit 1; }
 [ -x "$build/web" ] || { say "$build/web is not built"; exit 1; }
-for tool in unshare nsenter setpriv ip spawn-fcgi; do
+for tool in unshare nsenter setpriv ip spawn-fcgi cgi-fcgi; do
   command -v "$tool" >/dev/null || { say "$tool is missing (run scripts/setup.sh)"; exit 1; }
 done
 
