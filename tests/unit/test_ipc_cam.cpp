@@ -34,7 +34,6 @@ protected:
         CamMsgCltExit();
         remove_queue(kCamMsgKey);
     }
-    IpcKeyLock lock_;
     int qid_ = -1;
 };
 
@@ -63,7 +62,6 @@ TEST(IpcCamTimeout, ChosenFromThePacketHead) {
 }
 
 TEST(IpcCamUninitialised, EverySendAndReceiveFails) {
-    IpcKeyLock lock;
     CamMsgCltExit();
     uint8_t packet[] = {0x81, 0x09, 0x04, 0x00, 0xFF};
     int capacity = sizeof packet;

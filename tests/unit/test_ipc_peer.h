@@ -1,6 +1,7 @@
-// Helpers of the IPC tests: a cross-process lock so that two test runs never
-// share the fixed keys at once, clean-up of queues and segments, and fake
-// peers that answer on a queue from a thread of the test.
+// Helpers of the IPC tests: clean-up of queues and segments, and fake peers
+// that answer on a queue from a thread of the test. Every unit test runs in
+// an IPC namespace of its own (scripts/private-ipc.sh), so the camera's fixed
+// keys are the test's alone.
 #pragma once
 
 #include <fcntl.h>
@@ -12,22 +13,6 @@
 
 #include <chrono>
 #include <thread>
-
-// Held by every IPC fixture: the keys are the camera's real ones.
-class IpcKeyLock {
-public:
-    IpcKeyLock() : fd_(open("/tmp/web_ipc_unit_tests.lock", O_CREAT | O_RDWR, 0666)) {
-        if (fd_ >= 0) flock(fd_, LOCK_EX);
-    }
-    ~IpcKeyLock() {
-        if (fd_ >= 0) close(fd_);  // closing drops the lock
-    }
-    IpcKeyLock(const IpcKeyLock&) = delete;
-    IpcKeyLock& operator=(const IpcKeyLock&) = delete;
-
-private:
-    int fd_;
-};
 
 inline void remove_queue(int key) {
     const int qid = msgget(key, 0);

@@ -29,7 +29,6 @@ protected:
         remove_queue(kTestQueueKey);
         remove_segment(kTestShmKey);
     }
-    IpcKeyLock lock_;
 };
 
 int queue_mode(int qid) {

@@ -50,7 +50,6 @@ protected:
         });
     }
 
-    IpcKeyLock lock_;
     int qid_ = -1;
     SysStore* store_ = reinterpret_cast<SysStore*>(-1);
     FileMsg seen_{};

@@ -45,7 +45,6 @@ protected:
         });
     }
 
-    IpcKeyLock lock_;
     int qid_ = -1;
     uint8_t* seg_ = reinterpret_cast<uint8_t*>(-1);
     SysMsg seen_{};
