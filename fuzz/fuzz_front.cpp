@@ -13,6 +13,7 @@
 // packet sent is well framed.
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -50,9 +51,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     default: length = "99999999999999999999"; break;
     }
 
-    if (method != nullptr) setenv("REQUEST_METHOD", method, 1); else unsetenv("REQUEST_METHOD");
-    setenv("QUERY_STRING", query.c_str(), 1);
-    if ((data[0] >> 2 & 7) == 1) unsetenv("CONTENT_LENGTH"); else setenv("CONTENT_LENGTH", length.c_str(), 1);
+    // putenv of buffers of our own: setenv would keep every value ever set.
+    static char method_var[32], query_var[2200], length_var[64];
+    std::snprintf(method_var, sizeof method_var, "REQUEST_METHOD=%s", method != nullptr ? method : "");
+    std::snprintf(query_var, sizeof query_var, "QUERY_STRING=%s", query.c_str());
+    std::snprintf(length_var, sizeof length_var, "CONTENT_LENGTH=%s", length.c_str());
+    if (method != nullptr) putenv(method_var); else unsetenv("REQUEST_METHOD");
+    putenv(query_var);
+    if ((data[0] >> 2 & 7) == 1) unsetenv("CONTENT_LENGTH"); else putenv(length_var);
     OutputCapture capture(body);
     web_handle_request();
     return 0;

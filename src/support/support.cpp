@@ -189,22 +189,47 @@ int sync_file(FILE* fp) {
     return 0;
 }
 
-int ini_append_section(const char* path, const char* section, const char* key, const char* value) {
-    FilePtr fp(std::fopen(path, "a+"));
-    if (!fp) return -EAGAIN;
-    // Never glue the header onto a last line that has no line end.
+// Replaces the file by `lines` (each written with its line end): through a
+// temporary beside the file and a rename, so the file is never half written;
+// every failure removes the temporary again. Lines are written byte for
+// byte, NUL bytes included. The file keeps its mode (a new one gets 0644).
+int ini_write_lines(const char* path, const std::vector<std::string_view>& lines) {
+    std::string tmp = std::string(path) + ".XXXXXX";
+    const int fd = ::mkstemp(tmp.data());
+    if (fd < 0) return -EAGAIN;
     struct stat st {};
-    if (::fstat(fileno(fp.get()), &st) == 0 && st.st_size > 0) {
-        char last = '\n';
-        if (std::fseek(fp.get(), -1, SEEK_END) == 0) last = static_cast<char>(std::fgetc(fp.get()));
-        std::fseek(fp.get(), 0, SEEK_END);
-        if (last != '\n' && std::fputc('\n', fp.get()) == EOF) return -EACCES;
+    ::fchmod(fd, ::stat(path, &st) == 0 ? st.st_mode & 07777 : 0644);
+    FilePtr fp(::fdopen(fd, "w"));
+    if (!fp) {
+        ::close(fd);
+        ::unlink(tmp.c_str());
+        return -EAGAIN;
     }
-    if (std::fprintf(fp.get(), "%c%s%c\n", '[', section, ']') < 0) return -EACCES;
-    if (std::fprintf(fp.get(), "%s=%s\n", key, value) < 0) return -EACCES;
-    if (sync_file(fp.get()) != 0) return -EACCES;
-    if (std::fclose(fp.release()) != 0) return -EACCES;
+    bool written = true;
+    for (const auto line : lines)
+        written = written && std::fwrite(line.data(), 1, line.size(), fp.get()) == line.size() &&
+                  std::fputc('\n', fp.get()) != EOF;
+    written = written && sync_file(fp.get()) == 0;
+    const bool closed = std::fclose(fp.release()) == 0;
+    if (!written || !closed || ::rename(tmp.c_str(), path) != 0) {
+        ::unlink(tmp.c_str());
+        LOG_ERR("ini rewrite of %s failed\n", path);
+        return -EAGAIN;
+    }
     return 0;
+}
+
+// A missing key is appended with its section header at the end, even when
+// the section exists already: readers find it in the second block. A last
+// line without its line end gets one, so the header never joins it.
+int ini_append_section(const char* path, const std::vector<std::string>& lines, const char* section,
+                       const char* key, const char* value) {
+    std::vector<std::string_view> out(lines.begin(), lines.end());
+    const std::string header = std::string("[") + section + "]";
+    const std::string entry = std::string(key) + "=" + value;
+    out.push_back(header);
+    out.push_back(entry);
+    return ini_write_lines(path, out);
 }
 
 // Rewrites the file with the key's line in that section replaced (value
@@ -222,33 +247,7 @@ int ini_rewrite(const char* path, const std::vector<std::string>& lines, std::st
         }
         out.push_back(raw);
     }
-
-    // The new content goes to a temporary beside the file and replaces it by
-    // rename, so the file is never half written; every failure removes the
-    // temporary again. Lines are written byte for byte, NUL bytes included.
-    std::string tmp = std::string(path) + ".XXXXXX";
-    const int fd = ::mkstemp(tmp.data());
-    if (fd < 0) return -EAGAIN;
-    struct stat st {};
-    if (::stat(path, &st) == 0) ::fchmod(fd, st.st_mode & 07777);  // the file keeps its mode
-    FilePtr fp(::fdopen(fd, "w"));
-    if (!fp) {
-        ::close(fd);
-        ::unlink(tmp.c_str());
-        return -EAGAIN;
-    }
-    bool written = true;
-    for (const auto line : out)
-        written = written && std::fwrite(line.data(), 1, line.size(), fp.get()) == line.size() &&
-                  std::fputc('\n', fp.get()) != EOF;
-    written = written && sync_file(fp.get()) == 0;
-    const bool closed = std::fclose(fp.release()) == 0;
-    if (!written || !closed || ::rename(tmp.c_str(), path) != 0) {
-        ::unlink(tmp.c_str());
-        LOG_ERR("ini rewrite of %s failed\n", path);
-        return -EAGAIN;
-    }
-    return 0;
+    return ini_write_lines(path, out);
 }
 
 }  // namespace
@@ -496,14 +495,12 @@ int ini_set_value(const char* path, const char* section, const char* key, const 
         // A file that is not there yet is an empty one; one we may not read is an error.
         if (errno != ENOENT) return -ECHILD;
         if (!value) return -ENOENT;
-        return ini_append_section(path, section, key, value);
+        return ini_append_section(path, {}, section, key, value);
     }
     IniScan scan = ini_scan(lines, section, key);
     if (scan.key_found && value && scan.value == trim(value)) return 0;  // unchanged: no write
     if (!scan.key_found && !value) return -ENOENT;
-    // A missing key is appended with its section header at the end, even when
-    // the section exists already: readers find it in the second block.
-    if (!scan.key_found) return ini_append_section(path, section, key, value);
+    if (!scan.key_found) return ini_append_section(path, lines, section, key, value);
     return ini_rewrite(path, lines, section, key, value);
 }
 

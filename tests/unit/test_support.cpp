@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
+#include <sys/mount.h>
 #include <signal.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -144,6 +145,28 @@ TEST_F(SupportTest, IniRewriteKeepsBytesModeAndLeavesNothingBehind) {
         ::closedir(dir);
     }
     EXPECT_EQ(entries, 1);
+}
+
+// On a full file system the rewrite fails, the file stays as it was and no
+// temporary is left. The test mounts a 16 KiB file system of its own, which
+// it can only do in the private mount namespace the unit tests run in.
+TEST_F(SupportTest, IniRewriteOnAFullDiskLeavesNothingBehind) {
+    const std::string dir = path("full");
+    ASSERT_EQ(::mkdir(dir.c_str(), 0700), 0);
+    if (::mount("full", dir.c_str(), "tmpfs", 0, "size=16k") != 0)
+        GTEST_SKIP() << "no private mount namespace: run through scripts/private-ipc.sh";
+    const std::string ini = dir + "/a.ini";
+    const std::string before = "[a]\nk=" + std::string(6000, 'x') + "\n";
+    std::ofstream(ini, std::ios::binary) << before;
+    EXPECT_EQ(ini_set_value(ini.c_str(), "a", "k", std::string(12000, 'y').c_str()), -EAGAIN);
+    EXPECT_EQ(slurp(ini), before);
+    int entries = 0;
+    if (DIR* d = ::opendir(dir.c_str())) {
+        while (dirent* e = ::readdir(d)) entries += e->d_name[0] != '.';
+        ::closedir(d);
+    }
+    EXPECT_EQ(entries, 1);
+    ::umount(dir.c_str());
 }
 
 TEST_F(SupportTest, IniLeavesUnchangedFileAloneAndCreatesMissingOne) {
