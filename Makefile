@@ -5,7 +5,7 @@ PORT ?= 8080
 BUILD_DIR := $(if $(filter sanitize,$(PRESET)),build-san,build)
 JOBS ?= $(shell nproc)
 
-.PHONY: all setup build run test unit e2e clean
+.PHONY: all setup build run test unit e2e bench clean
 
 all: build
 
@@ -27,6 +27,11 @@ unit: build
 
 e2e: build
 	@ctest --preset $(PRESET) --output-on-failure -L e2e
+
+# Not part of `make test`: starts the simulated camera and a do-nothing
+# responder, drives both with wrk and writes bench/RESULTS.md.
+bench: build
+	@scripts/bench.sh $(BUILD_DIR)
 
 clean:
 	chmod -R u+rwx run 2>/dev/null; rm -rf build build-san run

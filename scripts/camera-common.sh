@@ -6,7 +6,7 @@
 
 SANDBOX_PID=
 LIGHTTPD_PID=
-LIGHTTPD_AUTH_PID=
+EXTRA_PIDS=()   # further web servers and responders this script started
 
 # Starts scripts/sandbox.sh in the background and waits (at most $1 seconds)
 # until it serves. Returns non-zero when it did not come up.
@@ -25,14 +25,16 @@ camera_start() {
 }
 
 # Writes the web server's configuration for the host: the shipped one with
-# the document root, port and responder socket of the sandbox. With a second
-# argument "auth" the shipped access block is switched on, with the user file
-# $CAMERA_RUN_DIR/web.users (user admin, password camera, realm camera).
+# the document root, port and responder socket of the sandbox. A second
+# argument names a variant: "auth" switches the shipped access block on, with
+# the user file $CAMERA_RUN_DIR/web.users (user admin, password camera, realm
+# camera); "floor" hands the responder route to $CAMERA_RUN_DIR/floor.sock.
 lighttpd_config() {
-  local port=$1 auth=${2:-} name=lighttpd
-  [ -n "$auth" ] && name=lighttpd-auth
+  local port=$1 variant=${2:-} name=lighttpd socket=$CAMERA_RUN_DIR/web.sock
+  [ -n "$variant" ] && name=lighttpd-$variant
+  [ "$variant" = floor ] && socket=$CAMERA_RUN_DIR/floor.sock
   local conf=$CAMERA_RUN_DIR/$name.conf auth_sed=(-e '/# site: auth$/d')
-  if [ -n "$auth" ]; then
+  if [ "$variant" = auth ]; then
     printf 'admin:camera:%s\n' "$(printf 'admin:camera:camera' | md5sum | cut -d' ' -f1)" \
       >"$CAMERA_RUN_DIR/web.users"
     auth_sed=(-e "s|^#\(.*\)# site: auth$|\1|" -e "s|/opt/params/web.users|$CAMERA_RUN_DIR/web.users|")
@@ -40,7 +42,7 @@ lighttpd_config() {
   {
     sed -e "s|^server.document-root *=.*# site: document root|server.document-root = \"$CAMERA_RUN_DIR/root/opt/ipnc/www\"|" \
         -e "s|^server.port *=.*# site: port|server.port = $port|" \
-        -e "s|^var.web_socket *=.*# site: responder socket|var.web_socket = \"$CAMERA_RUN_DIR/web.sock\"|" \
+        -e "s|^var.web_socket *=.*# site: responder socket|var.web_socket = \"$socket\"|" \
         "${auth_sed[@]}" \
         "$REPO/deploy/lighttpd.conf"
     cat <<EOF
@@ -63,15 +65,15 @@ port_in_use() {
 }
 
 # Starts lighttpd on 127.0.0.1:$1 in the foreground mode, in the background;
-# with "auth" as $2, the one that asks for credentials (LIGHTTPD_AUTH_PID).
+# $2 names a variant of lighttpd_config (its pid then goes to EXTRA_PIDS).
 lighttpd_start() {
-  local port=$1 auth=${2:-} conf i pid
-  conf=$(lighttpd_config "$port" "$auth")
+  local port=$1 variant=${2:-} conf i pid
+  conf=$(lighttpd_config "$port" "$variant")
   lighttpd -tt -f "$conf" >/dev/null || { echo "camera: bad web server configuration $conf" >&2; return 1; }
   : >"${conf%.conf}.log"
   lighttpd -D -f "$conf" &
   pid=$!
-  if [ -n "$auth" ]; then LIGHTTPD_AUTH_PID=$pid; else LIGHTTPD_PID=$pid; fi
+  if [ -n "$variant" ]; then EXTRA_PIDS+=("$pid"); else LIGHTTPD_PID=$pid; fi
   for ((i = 0; i < 50; i++)); do
     port_in_use "$port" && return 0
     kill -0 "$pid" 2>/dev/null || break
@@ -79,7 +81,7 @@ lighttpd_start() {
   done
   echo "camera: the web server did not start on port $port:" >&2
   tail -n 5 "${conf%.conf}.log" >&2
-  if [ -n "$auth" ]; then LIGHTTPD_AUTH_PID=; else LIGHTTPD_PID=; fi
+  [ -z "$variant" ] && LIGHTTPD_PID=
   return 1
 }
 
@@ -118,10 +120,9 @@ camera_stop() {
     stop_process "$LIGHTTPD_PID" 5
     LIGHTTPD_PID=
   fi
-  if [ -n "$LIGHTTPD_AUTH_PID" ]; then
-    stop_process "$LIGHTTPD_AUTH_PID" 5
-    LIGHTTPD_AUTH_PID=
-  fi
+  local pid
+  for pid in "${EXTRA_PIDS[@]}"; do stop_process "$pid" 5; done
+  EXTRA_PIDS=()
   if [ -n "$SANDBOX_PID" ]; then
     local unshare_pid
     unshare_pid=$(pgrep -P "$SANDBOX_PID" -x unshare 2>/dev/null | head -n 1)

@@ -34,16 +34,12 @@ uint32_t g_seq = 0;
 
 bool channel_ready() { return g_sem != nullptr && g_qid >= 0; }
 
-// Wall clock in microseconds; the reply time-out is measured on it.
+// A monotonic clock in microseconds: the time-outs are measured on it, so
+// that setting the camera's date neither stretches nor cuts one.
 int64_t now_us() {
-    timeval tv{};
-    gettimeofday(&tv, nullptr);
-    return static_cast<int64_t>(tv.tv_sec) * 1000000 + tv.tv_usec;
-}
-
-void sleep_1ms() {
-    timespec ts{0, 1000000};
-    nanosleep(&ts, nullptr);
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
 }
 
 // Space-separated hex of a packet, as the traces print it.
@@ -78,20 +74,12 @@ bool packet_ok(const uint8_t* packet, int length) {
 
 int recv_from_cam(uint8_t* buffer, int* capacity, int timeout_ms, int* seq, const char* name) {
     if (!channel_ready()) return -1;
-    const int64_t start = now_us();
     CamMsg reply{};
-    ssize_t got = -1;
-    int err = 0;
-    for (;;) {
-        SemWait(g_sem);
-        got = msgrcv(g_qid, &reply, kCamMsgBody, g_own_id, IPC_NOWAIT | MSG_NOERROR);
-        err = errno == EINTR ? ENOMSG : errno;  // an interrupted poll is an empty one
-        SemRelease(g_sem);
-        if (got >= 0 || err != ENOMSG) break;
-        if ((now_us() - start) / 1000 > timeout_ms || g_msg_stop != 0) break;
-        sleep_1ms();
-    }
-    if (got < 0) return err == ENOMSG ? -2 : -1;
+    // The wait sleeps in the kernel until a record or the time-out.
+    SemWait(g_sem);
+    const int got = Msg_Rcv_Until(g_qid, g_own_id, &reply, kWholeMsg, timeout_ms);
+    SemRelease(g_sem);
+    if (got < 0) return got == -2 ? -2 : -1;
 
     const int shown = std::clamp(reply.length, 0, kPacketField);
     if (seq != nullptr)
