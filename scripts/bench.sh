@@ -31,21 +31,11 @@ for f in web bench_floor; do
   [ -x "$BUILD/$f" ] || { echo "bench: $BUILD/$f is not built" >&2; exit 1; }
 done
 
-FLOOR_PID=
-finish() {
-  trap '' INT TERM HUP
-  [ -n "$FLOOR_PID" ] && stop_process "$FLOOR_PID" 5
-  camera_stop
-  exit "${1:-1}"
-}
-trap 'finish 130' INT
-trap 'finish 143' TERM HUP
-
-camera_wipe "$CAMERA_RUN_DIR" || exit 1
-mkdir -p "$CAMERA_RUN_DIR"
-camera_start 20 || finish 1
+camera_fresh
+camera_start 20 || camera_finish 1
 spawn-fcgi -n -s "$CAMERA_RUN_DIR/floor.sock" -M 0600 -- "$BUILD/bench_floor" >/dev/null 2>&1 &
 FLOOR_PID=$!
+EXTRA_PIDS+=("$FLOOR_PID")
 
 start_server() {  # start_server VARIANT: the port in SERVER_PORT
   local p
@@ -57,9 +47,9 @@ start_server() {  # start_server VARIANT: the port in SERVER_PORT
   return 1
 }
 # Both web servers fresh for this run, with identical configurations.
-start_server product || { echo "bench: no web server" >&2; finish 1; }
+start_server product || { echo "bench: no web server" >&2; camera_finish 1; }
 PRODUCT_PORT=$SERVER_PORT
-start_server floor || { echo "bench: no web server for the floor" >&2; finish 1; }
+start_server floor || { echo "bench: no web server for the floor" >&2; camera_finish 1; }
 FLOOR_PORT=$SERVER_PORT
 for ((i = 0; i < 50; i++)); do [ -S "$CAMERA_RUN_DIR/floor.sock" ] && break; sleep 0.1; done
 
@@ -178,5 +168,5 @@ echo "$report"
   [ -s "$REPO/bench/RESULTS.md" ] && sed -n '5,$p' "$REPO/bench/RESULTS.md"
 } >"$CAMERA_RUN_DIR/RESULTS.md"
 cp "$CAMERA_RUN_DIR/RESULTS.md" "$REPO/bench/RESULTS.md"
-finish 0
+camera_finish 0
 }

@@ -143,3 +143,18 @@ camera_wipe() {
     return 1
   }
 }
+
+# Stops everything this script started and exits with $1.
+camera_finish() {
+  trap '' INT TERM HUP
+  camera_stop
+  exit "${1:-1}"
+}
+
+# A fresh state directory; INT, TERM and HUP stop what was started.
+camera_fresh() {
+  trap 'camera_finish 130' INT
+  trap 'camera_finish 143' TERM HUP
+  camera_wipe "$CAMERA_RUN_DIR" || exit 1
+  mkdir -p "$CAMERA_RUN_DIR"
+}

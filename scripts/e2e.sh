@@ -32,24 +32,15 @@ show_logs() {
   done
 }
 
-finish() {
-  trap '' INT TERM HUP
-  camera_stop
-  exit "${1:-1}"
-}
-trap 'finish 130' INT
-trap 'finish 143' TERM HUP
-
-camera_wipe "$CAMERA_RUN_DIR" || exit 1
-mkdir -p "$CAMERA_RUN_DIR"
-camera_start 20 || { show_logs; finish 1; }
+camera_fresh
+camera_start 20 || { show_logs; camera_finish 1; }
 
 started=0
 for _ in 1 2 3; do
   port=$(free_port) || break
   lighttpd_start "$port" && { started=1; break; }
 done
-[ "$started" -eq 1 ] || { echo "e2e: no web server" >&2; show_logs; finish 1; }
+[ "$started" -eq 1 ] || { echo "e2e: no web server" >&2; show_logs; camera_finish 1; }
 export WEB_HTTP_PORT=$port
 # The same camera behind the web server with its access block switched on.
 for _ in 1 2 3; do
@@ -60,5 +51,5 @@ done
 "$BUILD/e2e_tests" "$@"
 status=$?
 [ "$status" -eq 0 ] || show_logs
-finish "$status"
+camera_finish "$status"
 }

@@ -86,18 +86,23 @@ inline int fake_nowait(const uint8_t* packet, int length) {
 inline void fake_flush() { g_fake_camera->log.push_back({"flush", {}}); }
 inline constexpr CamTransport kFakeTransport{fake_wait, fake_nowait, fake_flush};
 
-// A test with `camera` installed as the transport for its length.
-class FakeCameraTest : public ::testing::Test {
-protected:
-    void SetUp() override {
+// Installs `camera` as the camera transport for as long as it lives.
+struct CameraInstalled {
+    explicit CameraInstalled(FakeCamera& camera) {
         g_fake_camera = &camera;
         image_ctrl_set_transport(&kFakeTransport);
     }
-    void TearDown() override {
+    ~CameraInstalled() {
         image_ctrl_set_transport(nullptr);
         g_fake_camera = nullptr;
     }
+};
+
+// A test with `camera` installed for its length.
+class FakeCameraTest : public ::testing::Test {
+protected:
     FakeCamera camera;
+    CameraInstalled installed_camera{camera};
 };
 
 }  // namespace fake

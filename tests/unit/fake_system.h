@@ -65,18 +65,23 @@ inline std::function<void(const Command&, SysStore&)> store_block(size_t offset,
     };
 }
 
-// A test with `sys` installed as the system port for its length.
-class FakeSystemTest : public ::testing::Test {
-protected:
-    void SetUp() override {
+// Installs `sys` as the system port for as long as it lives.
+struct SystemInstalled {
+    explicit SystemInstalled(FakeSystem& sys) {
         g_fake_system = &sys;
         sys_port_install(&kFakeSysPort);
     }
-    void TearDown() override {
+    ~SystemInstalled() {
         sys_port_install(nullptr);
         g_fake_system = nullptr;
     }
+};
+
+// A test with `sys` installed for its length.
+class FakeSystemTest : public ::testing::Test {
+protected:
     FakeSystem sys;
+    SystemInstalled installed_system{sys};
 };
 
 }  // namespace fake

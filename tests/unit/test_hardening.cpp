@@ -20,16 +20,6 @@ namespace {
 
 class Hardening : public fake::FakeCameraTest {
 protected:
-    void SetUp() override {
-        FakeCameraTest::SetUp();
-        fake::g_fake_system = &sys;
-        sys_port_install(&fake::kFakeSysPort);
-    }
-    void TearDown() override {
-        sys_port_install(nullptr);
-        fake::g_fake_system = nullptr;
-        FakeCameraTest::TearDown();
-    }
     std::string capture(const std::function<void()>& request) {
         setenv("REQUEST_METHOD", "GET", 1);
         OutputCapture out;
@@ -37,6 +27,7 @@ protected:
         return out.text();
     }
     fake::FakeSystem sys;
+    fake::SystemInstalled installed_system{sys};
 };
 
 struct Framing {

@@ -132,7 +132,6 @@ struct InquiryScript {
 class JsonImageCamera : public fake::FakeCameraTest {
 protected:
     void SetUp() override {
-        fake::FakeCameraTest::SetUp();
         camera.answer = [this](const fake::Bytes& packet) -> std::optional<fake::Bytes> {
             if (packet.size() < 4 || packet[1] != 0x09) return fake::Bytes{};
             const uint8_t code = packet[3];

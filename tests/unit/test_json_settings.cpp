@@ -41,7 +41,6 @@ constexpr Landing kLandings[] = {
 class JsonSettings : public fake::FakeSystemTest {
 protected:
     void SetUp() override {
-        FakeSystemTest::SetUp();
         SysInfo& si = sys.info();
         si.audio = {1, 1, 48000, 16, 1, 5, 96000, 50, 1, 0, 1, 0, {0, 0}};
         si.gb28181.enable = 1;

@@ -27,7 +27,6 @@ constexpr std::string_view kText = "Content-type: text/plain\r\nStatus: 200 OK\r
 class RemoteCommand : public fake::FakeCameraTest {
 protected:
     void SetUp() override {
-        fake::FakeCameraTest::SetUp();
         camera.answer = [this](const fake::Bytes& packet) -> std::optional<fake::Bytes> {
             const auto it = replies.find(fake::hex_of(packet));
             if (it != replies.end()) return it->second;
