@@ -5,7 +5,7 @@ PORT ?= 8080
 BUILD_DIR := $(if $(filter sanitize,$(PRESET)),build-san,build)
 JOBS ?= $(shell nproc)
 
-.PHONY: all setup build run test unit e2e bench clean
+.PHONY: all setup build run test unit e2e bench test-aarch64 clean
 
 all: build
 
@@ -33,5 +33,10 @@ e2e: build
 bench: build
 	@scripts/bench.sh $(BUILD_DIR)
 
+# The AArch64 build: cross-built, its unit tests under qemu-user, its
+# end-to-end tests under a private binfmt_misc (scripts/test-aarch64.sh).
+test-aarch64: setup
+	@scripts/test-aarch64.sh
+
 clean:
-	chmod -R u+rwx run 2>/dev/null; rm -rf build build-san run
+	chmod -R u+rwx run 2>/dev/null; rm -rf build build-* run

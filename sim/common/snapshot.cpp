@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <string_view>
 #include <unistd.h>
 #include <vector>
@@ -75,12 +76,17 @@ private:
     std::vector<uint8_t> px_;
 };
 
+// Compresses into memory: libjpeg's own file output ends the process when a
+// write fails (a full disk), so the file is written here, where a failure
+// is only a failed snapshot.
 bool encode(const Canvas& cv, FILE* out) {
     jpeg_compress_struct cinfo{};
     jpeg_error_mgr jerr{};
     cinfo.err = jpeg_std_error(&jerr);
     jpeg_create_compress(&cinfo);
-    jpeg_stdio_dest(&cinfo, out);
+    unsigned char* data = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&cinfo, &data, &size);
     cinfo.image_width = static_cast<JDIMENSION>(cv.width());
     cinfo.image_height = static_cast<JDIMENSION>(cv.height());
     cinfo.input_components = 3;
@@ -93,8 +99,10 @@ bool encode(const Canvas& cv, FILE* out) {
         jpeg_write_scanlines(&cinfo, &r, 1);
     }
     jpeg_finish_compress(&cinfo);
+    const bool ok = data != nullptr && std::fwrite(data, 1, size, out) == size && std::fflush(out) == 0;
     jpeg_destroy_compress(&cinfo);
-    return std::ferror(out) == 0;
+    std::free(data);
+    return ok;
 }
 
 }  // namespace

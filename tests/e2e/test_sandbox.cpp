@@ -267,6 +267,26 @@ TEST(SandboxFaults, SigtermEndsAWaitingRequestPromptly) {
     EXPECT_EQ(get("nonsense"), kUnknownNonsense);
 }
 
+// A full /tmp: inside the sandbox's mount namespace only, a 64 KiB file
+// system filled to the brim is laid over /tmp. Requests that touch files go
+// on being answered, and nothing of theirs is left in /tmp.
+TEST(SandboxFaults, FullTmpLeavesNothingBehind) {
+    const pid_t pid = responder_pid();
+    ASSERT_GT(pid, 0);
+    const std::string mounted = run_inside(
+        pid, "/usr/bin/mount -t tmpfs -o size=64k full /tmp && dd if=/dev/zero of=/tmp/filler bs=4k 2>/dev/null; echo mounted");
+    ASSERT_NE(mounted.find("mounted"), std::string::npos) << mounted;
+    const std::string feature = body_of(get("func=set{\"image\":{\"feature\":{\"0\":{\"size\":3}}}}"));
+    const std::string snap = body_of(get("func=set{\"image\":{\"snap\":1}}"));
+    const std::string preview = get("path=/mw-api/v1/preview/image");
+    const std::string left = run_inside(pid, "ls -A /tmp; /usr/bin/umount /tmp");
+    EXPECT_NE(feature.find("\"status\""), std::string::npos) << feature;
+    EXPECT_NE(snap.find("\"status\""), std::string::npos) << snap;
+    EXPECT_NE(preview.find("Status: 200 OK"), std::string::npos) << preview.substr(0, 200);
+    std::istringstream names(left);
+    for (std::string name; names >> name;) EXPECT_EQ(name, "filler") << "left in /tmp";
+}
+
 // A silent camera costs a request one inquiry time-out (5 s), not one per inquiry.
 TEST(SandboxFaults, SilentCameraFailsARequestAfterItsFirstTimeOut) {
     std::string reply;
