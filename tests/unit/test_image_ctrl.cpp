@@ -1,7 +1,11 @@
-// Camera command set over a recording transport: the packets each operation
-// builds, the replies it accepts and the ones it refuses.
+// Camera command set over a recording transport: each row runs operations
+// against scripted replies and names the result and every exchange, written
+// "n 81 01 .." (sent without waiting), "w5 81 09 .." (waited, capacity 5),
+// "w- .." (waited, no capacity) or "flush".
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,367 +17,195 @@
 namespace {
 
 using fake::Bytes;
+using Reply = std::optional<Bytes>;  // nullopt: the channel fails
+const Reply kFail = std::nullopt;
 
-class ImageCtrl : public fake::FakeCameraTest {
-protected:
-    void reply(Bytes b) { camera.queue.push_back(std::move(b)); }
-    void fail() { camera.queue.push_back(std::nullopt); }
-    Bytes only_sent(const char* how = "nowait") {
-        auto s = camera.sends();
-        EXPECT_EQ(s.size(), 1u);
-        if (s.empty()) return {};
-        EXPECT_EQ(s[0].how, how);
-        return s[0].packet;
-    }
+struct Row {
+    const char* name;
+    std::vector<Reply> replies;
+    std::function<int()> run;
+    int result;
+    std::vector<std::string> log;
 };
 
-// ---- named choices and value encodings ----------------------------------------------------
-
-TEST_F(ImageCtrl, ChoiceSettersMatchWordsAndRefuseOthers) {
-    EXPECT_EQ(image_focus_distance_set("1.5m"), 0);
-    EXPECT_EQ(image_focus_distance_set("10m"), 0);
-    EXPECT_EQ(image_focus_distance_set("5m"), -1);
-    EXPECT_EQ(image_exposure_mode_set("AUTO"), 0);
-    EXPECT_EQ(image_wb_mode_set("One Push"), 0);
-    EXPECT_EQ(image_focus_mode_set("automatic"), -1);
-    EXPECT_EQ(image_focus_mode_set(nullptr), -1);
-    auto s = camera.sends();
-    ASSERT_EQ(s.size(), 4u);
-    EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x28, 0x00, 0x00, 0x00, 0x00, 0xFF}));
-    EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x28, 0x04, 0x00, 0x00, 0x00, 0xFF}));
-    EXPECT_EQ(s[2].packet, (Bytes{0x81, 0x01, 0x04, 0x39, 0x00, 0xFF}));
-    EXPECT_EQ(s[3].packet, (Bytes{0x81, 0x01, 0x04, 0x35, 0x03, 0xFF}));
-    for (const auto& e : s) EXPECT_EQ(e.how, "nowait");
+std::string exchange(const fake::Exchange& e) {
+    if (e.how == "flush") return "flush";
+    const std::string how = e.how == "nowait" ? "n" : e.capacity < 0 ? "w-" : "w" + std::to_string(e.capacity);
+    return how + " " + fake::hex_of(e.packet);
 }
 
-TEST_F(ImageCtrl, NumericEncodings) {
-    EXPECT_EQ(image_nr3d_set(5), 0);       // level 5 switches it off
-    EXPECT_EQ(image_nr3d_set(0), 0);
-    EXPECT_EQ(image_nr3d_set(6), -1);
-    EXPECT_EQ(image_nr3d_set(-1), -1);
-    EXPECT_EQ(image_mirror_set(7), 0);     // any non-zero is on
-    EXPECT_EQ(image_flip_set(0), 0);
-    EXPECT_EQ(image_gamma_set(0x1F), 0);   // one nibble
-    EXPECT_EQ(image_preset_move_speed_set(0xFF), 0);  // seven bits
-    EXPECT_EQ(image_brightness_set(0x1A7), 0);         // low byte as two nibbles
-    EXPECT_EQ(image_genlock_phase_set(-2), 0);         // 16 bits as four nibbles
-    EXPECT_EQ(image_frame_rate_set(0x3C), 0);
-    auto s = camera.sends();
-    ASSERT_EQ(s.size(), 9u);
-    EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x53, 0x00, 0xFF}));
-    EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x53, 0x01, 0xFF}));
-    EXPECT_EQ(s[2].packet, (Bytes{0x81, 0x01, 0x04, 0x61, 0x02, 0xFF}));
-    EXPECT_EQ(s[3].packet, (Bytes{0x81, 0x01, 0x04, 0x66, 0x03, 0xFF}));
-    EXPECT_EQ(s[4].packet, (Bytes{0x81, 0x01, 0x04, 0x5B, 0x0F, 0xFF}));
-    EXPECT_EQ(s[5].packet, (Bytes{0x81, 0x01, 0x7E, 0x01, 0x0B, 0x00, 0x7F, 0xFF}));
-    EXPECT_EQ(s[6].packet, (Bytes{0x81, 0x01, 0x04, 0xA4, 0x00, 0x00, 0x0A, 0x07, 0xFF}));
-    EXPECT_EQ(s[7].packet, (Bytes{0x81, 0x01, 0x04, 0x3B, 0x0F, 0x0F, 0x0F, 0x0E, 0xFF}));
-    EXPECT_EQ(s[8].packet, (Bytes{0x81, 0x01, 0x04, 0xC7, 0x03, 0x0C, 0xFF}));
-}
+bool same(const char* text, const char* expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
 
-TEST_F(ImageCtrl, WaitingSettersAwaitTheReply) {
-    EXPECT_EQ(image_feature_size_set(0x90), -1);  // a byte above 7F would break the framing
-    reply({0x90, 0x50, 0xFF});
-    EXPECT_EQ(image_feature_size_set(0x70), 0);
-    fail();
-    EXPECT_EQ(image_feature_set_set(1), -1);
-    reply({0x90, 0x50, 0xFF});
-    EXPECT_EQ(image_feature_pos_set(0x1234, 0xABCD), 0);
-    auto s = camera.sends();
-    ASSERT_EQ(s.size(), 3u);
-    EXPECT_EQ(s[0].how, "wait");
-    EXPECT_EQ(s[0].capacity, -1);
-    EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x24, 0x74, 0x00, 0x70, 0xFF}));
-    EXPECT_EQ(s[2].packet, (Bytes{0x81, 0x01, 0x06, 0x32, 0x00, 0x00, 0x01, 0x02, 0x03, 0x04, 0x0A,
-                                  0x0B, 0x0C, 0x0D, 0xFF}));
-}
-
-// ---- mode gates ------------------------------------------------------------------------
-
-TEST_F(ImageCtrl, GatedSettersAskTheModeFirst) {
-    reply({3, 0x50, 0xFF});                 // shutter priority: no iris
-    EXPECT_EQ(image_iris_set(0x1C), -1);
-    ASSERT_EQ(camera.sends().size(), 1u);
-    EXPECT_EQ(camera.sends()[0].packet, (Bytes{0x81, 0x09, 0x04, 0x39, 0xFF}));
-    EXPECT_EQ(camera.sends()[0].capacity, 5);
-
-    camera.log.clear();
-    reply({1, 0x50, 0xFF});                 // manual
-    EXPECT_EQ(image_iris_set(0x1C), 0);
-    auto s = camera.sends();
-    ASSERT_EQ(s.size(), 2u);
-    EXPECT_EQ(s[1].how, "nowait");
-    EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x4B, 0x00, 0x00, 0x01, 0x0C, 0xFF}));
-
-    camera.log.clear();
-    fail();
-    EXPECT_EQ(image_gain_set(4), -1);
-    EXPECT_EQ(camera.sends().size(), 1u);      // only the inquiry
-
-    reply({3});
-    EXPECT_EQ(image_shutter_set(5), 0);     // shutter priority
-    reply({2});
-    EXPECT_EQ(image_shutter_set(5), -1);    // iris priority
-    reply({0});
-    EXPECT_EQ(image_gain_limit_set(0x12), 0);
-    reply({6});
-    EXPECT_EQ(image_r_gain_set(1), -1);     // temperature mode: no red gain
-    reply({6});
-    EXPECT_EQ(image_color_temperature_set(0x1234), 0);
-    s = camera.sends();
-    EXPECT_EQ(s.back().packet, (Bytes{0x81, 0x01, 0x04, 0x2A, 0x01, 0x02, 0x03, 0x04, 0xFF}));
-    EXPECT_EQ(s[s.size() - 2].packet, (Bytes{0x81, 0x09, 0x04, 0x35, 0xFF}));
-}
-
-// ---- reply forms ------------------------------------------------------------------------
-
-TEST_F(ImageCtrl, FirstByteAndWordForms) {
-    reply({0x02, 0x50, 0xFF, 0x00, 0x00, 0x00});
-    EXPECT_EQ(image_focus_area_get(), 2);
-    EXPECT_EQ(camera.log.back().capacity, 6);  // six-byte inquiry
-    reply({0x34, 0x12});
-    EXPECT_EQ(image_color_temperature_get(), 0x1234);
-    reply({0x07});
-    EXPECT_EQ(image_abs_focus_get(), 7);
-    EXPECT_EQ(camera.log.back().capacity, 16);
-    fail();
-    EXPECT_EQ(image_wb_mode_get(), -1);
-    reply({});
-    EXPECT_EQ(image_zoom_pos_get(), -1);     // nothing came back
-}
-
-TEST_F(ImageCtrl, CompletionForms) {
-    reply({0x90, 0x50, 0x02, 0xFF});
-    EXPECT_EQ(image_dc_iris_get(), 1);
-    EXPECT_EQ(camera.log.back().capacity, 5);
-    reply({0x90, 0x50, 0x03, 0xFF});
-    EXPECT_EQ(image_phantom_power_get(), 0);
-    reply({0x90, 0x60, 0x02, 0xFF});        // not a completion
-    EXPECT_EQ(image_dc_iris_get(), -1);
-    reply({0x90, 0x50, 0x45, 0xFF});
-    EXPECT_EQ(image_nd_filter_get(), 0x45);
-    EXPECT_EQ(camera.log.back().capacity, 16);
-    reply({0x90, 0x51, 0x45, 0xFF});
-    EXPECT_EQ(image_tally_bright_get(), -1);
-
-    reply({0x90, 0x50, 0x0F, 0x0F, 0x0F, 0x0E, 0xFF});
-    EXPECT_EQ(image_genlock_phase_get(), -2);  // signed
-    reply({0x90, 0x50, 0x00, 0x00, 0x01, 0x00, 0xFF, 0x00});
-    EXPECT_EQ(image_genlock_phase_get(), -1);  // must be exactly 7 bytes
-    reply({0x90, 0x50, 0x0F, 0x0F, 0x0F, 0x0E, 0x00, 0xFF});
-    EXPECT_EQ(image_genlock_vertical_get(), 0xFFFE);
-
-    int a = 0, b = 0;
-    reply({0x90, 0x50, 0x01, 0x02, 0x03, 0x04, 0x0A, 0x0B, 0x0C, 0x0D, 0xFF});
-    EXPECT_EQ(image_feature_pos_get(&a, &b), 0);
-    EXPECT_EQ(a, 0x1234);
-    EXPECT_EQ(b, 0xABCD);
-    reply({0x90, 0x50, 0x01, 0x02, 0x03, 0x04, 0x0A, 0x0B, 0x0C, 0xFF});
-    EXPECT_EQ(image_feature_pos_get(&a, &b), -1);
-}
-
-TEST_F(ImageCtrl, PanTiltPositionIsTwoSignedWords) {
-    reply({0x00, 0x80, 0, 0, 0xFE, 0xFF, 0, 0});
+int pt(int16_t want_pan, int16_t want_tilt) {
     int16_t pan = 0, tilt = 0;
-    EXPECT_EQ(image_pt_pos_get(&pan, &tilt), 0);
-    EXPECT_EQ(pan, -32768);
-    EXPECT_EQ(tilt, -2);
-    EXPECT_EQ(camera.log.back().packet, (Bytes{0x81, 0x09, 0x06, 0x12, 0xFF}));
-    EXPECT_EQ(camera.log.back().capacity, 8);
-    reply({0x10, 0x00, 0, 0, 0x20, 0x00, 0, 0});
-    EXPECT_EQ(image_tilt_pos_get(), 0x20);
-    fail();
-    EXPECT_EQ(image_pan_pos_get(), -1);
+    return image_pt_pos_get(&pan, &tilt) == 0 && pan == want_pan && tilt == want_tilt ? 1 : 0;
+}
+int feature_pos(int want_a, int want_b) {
+    int a = 0, b = 0;
+    const int r = image_feature_pos_get(&a, &b);
+    return r == 0 && a == want_a && b == want_b ? 1 : r;
 }
 
-// ---- IR-cut filter ------------------------------------------------------------------------
+const std::vector<Row> kRows = {
+    // named choices
+    {"choice words, any case", {}, [] {
+         return image_focus_distance_set("1.5m") + image_focus_distance_set("10m") +
+                image_exposure_mode_set("AUTO") + image_wb_mode_set("One Push");
+     }, 0, {"n 81 01 04 28 00 00 00 00 ff", "n 81 01 04 28 04 00 00 00 ff", "n 81 01 04 39 00 ff",
+            "n 81 01 04 35 03 ff"}},
+    {"unknown choice words", {}, [] {
+         return image_focus_distance_set("5m") + image_focus_mode_set("automatic") + image_focus_mode_set(nullptr);
+     }, -3, {}},
+    // value encodings
+    {"3D noise reduction levels", {}, [] { return image_nr3d_set(5) + image_nr3d_set(0); }, 0,
+     {"n 81 01 04 53 00 ff", "n 81 01 04 53 01 ff"}},
+    {"3D noise reduction out of range", {}, [] { return image_nr3d_set(6) + image_nr3d_set(-1); }, -2, {}},
+    {"flags: any non-zero is on", {}, [] { return image_mirror_set(7) + image_flip_set(0); }, 0,
+     {"n 81 01 04 61 02 ff", "n 81 01 04 66 03 ff"}},
+    {"one nibble, seven bits", {}, [] { return image_gamma_set(0x1F) + image_preset_move_speed_set(0xFF); }, 0,
+     {"n 81 01 04 5b 0f ff", "n 81 01 7e 01 0b 00 7f ff"}},
+    {"low byte as two nibbles, 16 bits as four", {}, [] {
+         return image_brightness_set(0x1A7) + image_genlock_phase_set(-2) + image_frame_rate_set(0x3C);
+     }, 0, {"n 81 01 04 a4 00 00 0a 07 ff", "n 81 01 04 3b 0f 0f 0f 0e ff", "n 81 01 04 c7 03 0c ff"}},
+    {"waited setters", {Bytes{0x90, 0x50, 0xFF}, kFail, Bytes{0x90, 0x50, 0xFF}}, [] {
+         return image_feature_size_set(0x90) * 100 + image_feature_size_set(0x70) * 10 +
+                image_feature_set_set(1) + image_feature_pos_set(0x1234, 0xABCD);
+     }, -101, {"w- 81 01 04 24 74 00 70 ff", "w- 81 01 06 33 01 ff",
+               "w- 81 01 06 32 00 00 01 02 03 04 0a 0b 0c 0d ff"}},
+    // mode gates
+    {"iris refused in shutter priority", {Bytes{3, 0x50, 0xFF}}, [] { return image_iris_set(0x1C); }, -1,
+     {"w5 81 09 04 39 ff"}},
+    {"iris in manual", {Bytes{1, 0x50, 0xFF}}, [] { return image_iris_set(0x1C); }, 0,
+     {"w5 81 09 04 39 ff", "n 81 01 04 4b 00 00 01 0c ff"}},
+    {"gate inquiry fails", {kFail}, [] { return image_gain_set(4); }, -1, {"w5 81 09 04 39 ff"}},
+    {"shutter priority lets shutter through, iris priority not", {Bytes{3}, Bytes{2}}, [] {
+         return image_shutter_set(5) * 10 + image_shutter_set(5);
+     }, -1, {"w5 81 09 04 39 ff", "n 81 01 04 4a 00 00 00 05 ff", "w5 81 09 04 39 ff"}},
+    {"gain limit in auto", {Bytes{0}}, [] { return image_gain_limit_set(0x12); }, 0,
+     {"w5 81 09 04 39 ff", "n 81 01 04 2c 02 ff"}},
+    {"temperature mode: no red gain, a colour temperature", {Bytes{6}, Bytes{6}}, [] {
+         return image_r_gain_set(1) * 10 + image_color_temperature_set(0x1234);
+     }, -10, {"w5 81 09 04 35 ff", "w5 81 09 04 35 ff", "n 81 01 04 2a 01 02 03 04 ff"}},
+    // reply forms
+    {"first byte of a six-byte inquiry", {Bytes{0x02, 0x50, 0xFF, 0, 0, 0}}, [] { return image_focus_area_get(); },
+     2, {"w6 81 09 04 38 02 ff"}},
+    {"little-endian word", {Bytes{0x34, 0x12}}, [] { return image_color_temperature_get(); }, 0x1234,
+     {"w5 81 09 04 2a ff"}},
+    {"first byte, capacity 16", {Bytes{0x07}}, [] { return image_abs_focus_get(); }, 7, {"w16 81 09 04 68 ff"}},
+    {"failed or empty replies", {kFail, Bytes{}}, [] { return image_wb_mode_get() + image_zoom_pos_get(); }, -2,
+     {"w5 81 09 04 35 ff", "w5 81 09 04 47 ff"}},
+    {"completion flag", {Bytes{0x90, 0x50, 0x02, 0xFF}, Bytes{0x90, 0x50, 0x03, 0xFF}}, [] {
+         return image_dc_iris_get() * 10 + image_phantom_power_get();
+     }, 10, {"w5 81 09 04 a9 ff", "w5 81 09 04 d9 ff"}},
+    {"not a completion", {Bytes{0x90, 0x60, 0x02, 0xFF}, Bytes{0x90, 0x51, 0x45, 0xFF}}, [] {
+         return image_dc_iris_get() + image_tally_bright_get();
+     }, -2, {"w5 81 09 04 a9 ff", "w16 81 09 7e 01 0a 01 ff"}},
+    {"completion value", {Bytes{0x90, 0x50, 0x45, 0xFF}}, [] { return image_nd_filter_get(); }, 0x45,
+     {"w16 81 09 04 da ff"}},
+    {"signed four nibbles, exactly seven bytes", {Bytes{0x90, 0x50, 0x0F, 0x0F, 0x0F, 0x0E, 0xFF},
+                                                   Bytes{0x90, 0x50, 0, 0, 1, 0, 0xFF, 0}}, [] {
+         return image_genlock_phase_get() * 10 + image_genlock_phase_get();
+     }, -21, {"w16 81 09 04 3b ff", "w16 81 09 04 3b ff"}},
+    {"unsigned four nibbles", {Bytes{0x90, 0x50, 0x0F, 0x0F, 0x0F, 0x0E, 0x00, 0xFF}}, [] {
+         return image_genlock_vertical_get();
+     }, 0xFFFE, {"w16 81 09 04 3e ff"}},
+    {"feature position: two words in eleven bytes",
+     {Bytes{0x90, 0x50, 1, 2, 3, 4, 0x0A, 0x0B, 0x0C, 0x0D, 0xFF}, Bytes{0x90, 0x50, 1, 2, 3, 4, 0x0A, 0x0B, 0x0C, 0xFF}},
+     [] { return feature_pos(0x1234, 0xABCD) * 10 + feature_pos(0, 0); }, 9,
+     {"w16 81 09 06 32 ff", "w16 81 09 06 32 ff"}},
+    {"pan and tilt: two signed words", {Bytes{0x00, 0x80, 0, 0, 0xFE, 0xFF, 0, 0}, Bytes{0x10, 0, 0, 0, 0x20, 0, 0, 0}, kFail},
+     [] { return pt(-32768, -2) * 100 + image_tilt_pos_get() + image_pan_pos_get() * 1000; }, -1000 + 100 + 0x20,
+     {"w8 81 09 06 12 ff", "w8 81 09 06 12 ff", "w8 81 09 06 12 ff"}},
+    // IR-cut filter
+    {"IR-cut automatic", {Bytes{0x01, 0x50, 0xFF}}, [] { return image_ircut_get(); }, 2, {"w5 81 09 04 51 ff"}},
+    {"IR-cut filter asked with the first reply's count", {Bytes{0x00, 0x50, 0xFF}, Bytes{0x90, 0x50, 0x02, 0xFF},
+                                                          Bytes{0x00, 0x50, 0xFF}, Bytes{0x90, 0x50, 0x03, 0xFF}},
+     [] { return image_ircut_get() * 10 + image_ircut_get(); }, 10,
+     {"w5 81 09 04 51 ff", "w3 81 09 04 01 ff", "w5 81 09 04 51 ff", "w3 81 09 04 01 ff"}},
+    {"IR-cut filter reply cut to one byte, or failing", {Bytes{0x00}, Bytes{0x90, 0x50, 0x02, 0xFF},
+                                                         Bytes{0x00, 0x50, 0xFF}, kFail},
+     [] { return image_ircut_get() + image_ircut_get(); }, -2,
+     {"w5 81 09 04 51 ff", "w1 81 09 04 01 ff", "w5 81 09 04 51 ff", "w3 81 09 04 01 ff"}},
+    {"IR-cut settings", {}, [] { return image_ircut_set(2) + image_ircut_set(1) + image_ircut_set(0); }, 0,
+     {"n 81 01 04 51 02 ff", "n 81 01 04 51 03 ff", "n 81 01 04 01 02 ff", "n 81 01 04 51 03 ff",
+      "n 81 01 04 01 03 ff"}},
+    // output format
+    {"format set on the first SDI", {Bytes{0x90, 0x50, 0xFF}}, [] { return image_resolution_set(1, "3840x2160p@60hz"); },
+     0, {"w8 81 01 04 24 73 01 0f ff"}},
+    {"formats refused", {}, [] {
+         return image_resolution_set(0, "3840X2160P@24Hz") + image_resolution_set(3, "1920X1080P@60Hz") +
+                image_resolution_set(0, "1920X1080P@61Hz") + image_resolution_set(0, nullptr);
+     }, -4, {}},
+    {"format read on the second SDI", {Bytes{0x1B, 0x50, 0xFF}}, [] {
+         return same(image_resolution_get(2), "3840X2160P@24Hz");
+     }, 1, {"w6 81 09 04 24 74 ff"}},
+    {"format codes without a name", {Bytes{0x2F}, Bytes{0x03}, Bytes{48}, Bytes{0x00}}, [] {
+         return same(image_resolution_get(0), "1920X1080P@50Hz") * 10 + (image_resolution_get(0) == nullptr) +
+                (image_resolution_get(0) == nullptr) + (image_resolution_get(0) == nullptr) +
+                (image_resolution_get(-1) == nullptr);
+     }, 14, {"w6 81 09 04 24 72 ff", "w6 81 09 04 24 72 ff", "w6 81 09 04 24 72 ff", "w6 81 09 04 24 72 ff"}},
+    // drives
+    {"drives out of range", {}, [] { return image_zoom_ctrl(1, 8) + image_zoom_ctrl(3, 1) + image_focus_ctrl(1, 8); },
+     -3, {}},
+    {"zoom and focus drives", {}, [] {
+         return image_zoom_ctrl(2, 7) + image_focus_ctrl(0, 3) + image_focus_ctrl(1, 3) + image_zoom_drive(1, 0x1A) +
+                image_focus_drive(9, 3);
+     }, 0, {"n 81 01 04 07 37 ff", "n 81 01 04 38 03 ff", "n 81 01 04 08 00 ff", "n 81 01 04 38 03 ff",
+            "n 81 01 04 08 23 ff", "n 81 01 04 07 2a ff", "n 81 01 04 38 03 ff", "n 81 01 04 08 00 ff"}},
+    {"pan-tilt actions", {}, [] {
+         return image_ptz_ctrl(0, 5) + image_ptz_ctrl(3, 25) + image_ptz_ctrl(11, 1) + image_ptz_ctrl(9, 24) +
+                image_ptz_ctrl(5, 0) + image_ptz_ctrl(6, 0) + image_ptz_drive(2, 0x10, 1, 0x08);
+     }, -2, {"n 81 01 06 01 05 05 03 03 ff", "n 81 01 06 01 18 18 02 01 ff", "n 81 01 06 04 ff",
+             "n 81 01 06 05 ff", "flush", "n 81 01 06 01 10 08 02 01 ff"}},
+    {"absolute pan keeps the tilt where it is", {Bytes{0x11, 0, 0, 0, 0xCD, 0xAB, 0, 0}}, [] {
+         return image_abs_position(-1, -1, 0x1234, -1);
+     }, 0, {"w8 81 09 06 12 ff", "flush", "n 81 01 06 02 18 18 01 02 03 04 0a 0b 0c 0d ff"}},
+    {"absolute tilt with the position unknown", {kFail}, [] { return image_abs_position(-1, -1, -1, -2); }, 0,
+     {"w8 81 09 06 12 ff", "flush", "n 81 01 06 02 18 18 00 00 00 00 0f 0f 0f 0e ff"}},
+    {"absolute zoom and focus, then focus with pan and tilt", {}, [] {
+         return image_abs_position(0x4000, 0x0123, -1, -1) + image_abs_position(-1, 0x0123, 1, 2);
+     }, 0, {"flush", "n 81 01 04 47 04 00 00 00 00 01 02 03 ff", "flush", "n 81 01 04 48 00 01 02 03 ff", "flush",
+            "n 81 01 06 02 18 18 00 00 00 01 00 00 00 02 ff"}},
+    // presets
+    {"preset inquiry", {Bytes{0x01, 0x50, 0xFF}}, [] { return image_preset_query(0xE6) * 10 + image_preset_query(256); },
+     9, {"w7 81 09 04 3f 0e 06 ff"}},
+    {"preset actions and resets", {}, [] {
+         return image_preset_ctrl(1, 0x12) + image_preset_ctrl(3, 1) + image_preset_ctrl(0, 256) +
+                image_params_reset(0) + image_params_save(0) + image_params_save(1);
+     }, -2, {"n 81 01 04 3f 01 01 02 ff", "n 81 01 04 3f 10 01 ff"}},
+    {"snapshot names and sizes refused before anything is sent", {}, [] {
+         int r = 0;
+         for (const char* name : {"a/b", "x;reboot", "$(id)", "..", "a b", "`x`"}) r += image_snapshot(1, name, 1920, 1080, 0);
+         return r + image_snapshot(1, nullptr, 0, 1080, 0) + image_snapshot(300, "ok.jpg", 1920, 1080, 0);
+     }, -8, {}},
+};
 
-TEST_F(ImageCtrl, IrCutReadAndWrite) {
-    reply({0x01, 0x50, 0xFF});
-    EXPECT_EQ(image_ircut_get(), 2);
-    EXPECT_EQ(camera.sends().size(), 1u);
+class ImageCtrl : public fake::FakeCameraTest {};
 
-    camera.log.clear();
-    reply({0x00, 0x50, 0xFF});              // three bytes came back
-    reply({0x90, 0x50, 0x02, 0xFF});
-    EXPECT_EQ(image_ircut_get(), 1);
-    auto s = camera.sends();
-    ASSERT_EQ(s.size(), 2u);
-    EXPECT_EQ(s[0].capacity, 5);
-    EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x09, 0x04, 0x01, 0xFF}));
-    EXPECT_EQ(s[1].capacity, 3);            // the first exchange's count
-
-    reply({0x00, 0x50, 0xFF});
-    reply({0x90, 0x50, 0x03, 0xFF});
-    EXPECT_EQ(image_ircut_get(), 0);
-    reply({0x00});                          // one byte: the filter reply is cut to one
-    reply({0x90, 0x50, 0x02, 0xFF});
-    EXPECT_EQ(image_ircut_get(), -1);
-    reply({0x00, 0x50, 0xFF});
-    fail();
-    EXPECT_EQ(image_ircut_get(), -1);
-
-    camera.log.clear();
-    EXPECT_EQ(image_ircut_set(2), 0);
-    EXPECT_EQ(image_ircut_set(1), 0);
-    EXPECT_EQ(image_ircut_set(0), 0);
-    s = camera.sends();
-    ASSERT_EQ(s.size(), 5u);
-    EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x51, 0x02, 0xFF}));
-    EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x51, 0x03, 0xFF}));
-    EXPECT_EQ(s[2].packet, (Bytes{0x81, 0x01, 0x04, 0x01, 0x02, 0xFF}));
-    EXPECT_EQ(s[4].packet, (Bytes{0x81, 0x01, 0x04, 0x01, 0x03, 0xFF}));
-}
-
-// ---- output format ------------------------------------------------------------------------
-
-TEST_F(ImageCtrl, ResolutionTableAndSelectors) {
-    reply({0x90, 0x50, 0xFF});
-    EXPECT_EQ(image_resolution_set(1, "3840x2160p@60hz"), 0);
-    auto s = camera.sends();
-    ASSERT_EQ(s.size(), 1u);
-    EXPECT_EQ(s[0].how, "wait");
-    EXPECT_EQ(s[0].capacity, 8);
-    EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x24, 0x73, 0x01, 0x0F, 0xFF}));
-
-    EXPECT_EQ(image_resolution_set(0, "3840X2160P@24Hz"), -1);   // readable, not settable
-    EXPECT_EQ(image_resolution_set(3, "1920X1080P@60Hz"), -1);
-    EXPECT_EQ(image_resolution_set(0, "1920X1080P@61Hz"), -1);
-    EXPECT_EQ(image_resolution_set(0, nullptr), -1);
-    EXPECT_EQ(camera.sends().size(), 1u);
-
-    reply({0x1B, 0x50, 0xFF});
-    const char* f = image_resolution_get(2);
-    ASSERT_NE(f, nullptr);
-    EXPECT_STREQ(f, "3840X2160P@24Hz");
-    EXPECT_EQ(camera.log.back().packet, (Bytes{0x81, 0x09, 0x04, 0x24, 0x74, 0xFF}));
-    EXPECT_EQ(camera.log.back().capacity, 6);
-    reply({0x2F});
-    EXPECT_STREQ(image_resolution_get(0), "1920X1080P@50Hz");
-    reply({0x03});                          // empty code
-    EXPECT_EQ(image_resolution_get(0), nullptr);
-    reply({48});
-    EXPECT_EQ(image_resolution_get(0), nullptr);
-    reply({0x00});
-    EXPECT_EQ(image_resolution_get(0), nullptr);
-    EXPECT_EQ(image_resolution_get(-1), nullptr);
-}
-
-// ---- drives --------------------------------------------------------------------------------
-
-TEST_F(ImageCtrl, ZoomAndFocusDrives) {
-    EXPECT_EQ(image_zoom_ctrl(1, 8), -1);
-    EXPECT_EQ(image_zoom_ctrl(3, 1), -1);
-    EXPECT_EQ(image_focus_ctrl(1, 8), -1);
-    EXPECT_TRUE(camera.sends().empty());
-    EXPECT_EQ(image_zoom_ctrl(2, 7), 0);
-    EXPECT_EQ(image_focus_ctrl(0, 3), 0);
-    EXPECT_EQ(image_focus_ctrl(1, 3), 0);
-    EXPECT_EQ(image_zoom_drive(1, 0x1A), 0);   // only the low four bits
-    EXPECT_EQ(image_focus_drive(9, 3), 0);     // unknown direction stops
-    auto s = camera.sends();
-    ASSERT_EQ(s.size(), 8u);
-    EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x07, 0x37, 0xFF}));
-    EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x38, 0x03, 0xFF}));
-    EXPECT_EQ(s[2].packet, (Bytes{0x81, 0x01, 0x04, 0x08, 0x00, 0xFF}));
-    EXPECT_EQ(s[4].packet, (Bytes{0x81, 0x01, 0x04, 0x08, 0x23, 0xFF}));
-    EXPECT_EQ(s[5].packet, (Bytes{0x81, 0x01, 0x04, 0x07, 0x2A, 0xFF}));
-    EXPECT_EQ(s[6].packet, (Bytes{0x81, 0x01, 0x04, 0x38, 0x03, 0xFF}));
-    EXPECT_EQ(s[7].packet, (Bytes{0x81, 0x01, 0x04, 0x08, 0x00, 0xFF}));
-}
-
-TEST_F(ImageCtrl, PanTiltActions) {
-    EXPECT_EQ(image_ptz_ctrl(0, 5), 0);
-    EXPECT_EQ(image_ptz_ctrl(3, 25), -1);
-    EXPECT_EQ(image_ptz_ctrl(11, 1), -1);
-    EXPECT_EQ(image_ptz_ctrl(9, 24), 0);
-    EXPECT_EQ(image_ptz_ctrl(5, 0), 0);
-    EXPECT_EQ(image_ptz_ctrl(6, 0), 0);
-    EXPECT_EQ(image_ptz_drive(2, 0x10, 1, 0x08), 0);
-    auto s = camera.sends();
-    ASSERT_EQ(s.size(), 5u);
-    EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x06, 0x01, 0x05, 0x05, 0x03, 0x03, 0xFF}));
-    EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x06, 0x01, 0x18, 0x18, 0x02, 0x01, 0xFF}));
-    EXPECT_EQ(s[2].packet, (Bytes{0x81, 0x01, 0x06, 0x04, 0xFF}));
-    EXPECT_EQ(s[3].packet, (Bytes{0x81, 0x01, 0x06, 0x05, 0xFF}));
-    EXPECT_EQ(s[4].packet, (Bytes{0x81, 0x01, 0x06, 0x01, 0x10, 0x08, 0x02, 0x01, 0xFF}));
-    EXPECT_EQ(camera.log[camera.log.size() - 2].how, "flush");
+TEST_F(ImageCtrl, Rows) {
+    for (const Row& row : kRows) {
+        SCOPED_TRACE(row.name);
+        camera.log.clear();
+        camera.queue.assign(row.replies.begin(), row.replies.end());
+        EXPECT_EQ(row.run(), row.result);
+        std::vector<std::string> log;
+        for (const fake::Exchange& e : camera.log) log.push_back(exchange(e));
+        EXPECT_EQ(log, row.log);
+    }
 }
 
 // Each accepted drive names its direction at debug level; refused ones stay silent.
 TEST_F(ImageCtrl, DrivesLogTheirDirection) {
     const std::string texts = debug_texts([] {
-        image_zoom_ctrl(0, 1);
-        image_zoom_ctrl(1, 1);
-        image_zoom_ctrl(2, 1);
+        for (int direction : {0, 1, 2}) image_zoom_ctrl(direction, 1);
         image_zoom_ctrl(1, 8);
-        image_focus_ctrl(0, 1);
-        image_focus_ctrl(1, 1);
-        image_focus_ctrl(2, 1);
+        for (int direction : {0, 1, 2}) image_focus_ctrl(direction, 1);
         for (int action = 0; action <= 11; ++action) image_ptz_ctrl(action, 1);
     });
     EXPECT_EQ(texts,
-              "Zoom Stop\nZoom In\nZoom Out\n"
-              "Focus Stop\nFocus Near\nFocus Far\n"
+              "Zoom Stop\nZoom In\nZoom Out\nFocus Stop\nFocus Near\nFocus Far\n"
               "PTZ Stop\nPTZ Up\nPTZ Down\nPTZ Left\nPTZ Right\nPTZ Home\nPTZ Reset\n"
               "PTZ Up Left\nPTZ Down Left\nPTZ Up Right\nPTZ Down Right\n");
-}
-
-TEST_F(ImageCtrl, AbsolutePositionKeepsTheOtherAxis) {
-    reply({0x11, 0x00, 0, 0, 0xCD, 0xAB, 0, 0});   // pan 0x0011, tilt 0xABCD
-    EXPECT_EQ(image_abs_position(-1, -1, 0x1234, -1), 0);
-    ASSERT_EQ(camera.log.size(), 3u);
-    EXPECT_EQ(camera.log[0].packet, (Bytes{0x81, 0x09, 0x06, 0x12, 0xFF}));
-    EXPECT_EQ(camera.log[1].how, "flush");
-    EXPECT_EQ(camera.log[2].packet, (Bytes{0x81, 0x01, 0x06, 0x02, 0x18, 0x18, 0x01, 0x02, 0x03,
-                                        0x04, 0x0A, 0x0B, 0x0C, 0x0D, 0xFF}));
-
-    camera.log.clear();
-    fail();                                         // position unknown: the other axis is 0
-    EXPECT_EQ(image_abs_position(-1, -1, -1, -2), 0);
-    EXPECT_EQ(camera.log.back().packet, (Bytes{0x81, 0x01, 0x06, 0x02, 0x18, 0x18, 0x00, 0x00, 0x00,
-                                            0x00, 0x0F, 0x0F, 0x0F, 0x0E, 0xFF}));
-
-    camera.log.clear();
-    EXPECT_EQ(image_abs_position(0x4000, 0x0123, -1, -1), 0);
-    EXPECT_EQ(image_abs_position(-1, 0x0123, 1, 2), 0);
-    ASSERT_EQ(camera.log.size(), 6u);
-    EXPECT_EQ(camera.log[0].how, "flush");
-    EXPECT_EQ(camera.log[1].packet, (Bytes{0x81, 0x01, 0x04, 0x47, 0x04, 0x00, 0x00, 0x00, 0x00, 0x01,
-                                        0x02, 0x03, 0xFF}));
-    EXPECT_EQ(camera.log[3].packet, (Bytes{0x81, 0x01, 0x04, 0x48, 0x00, 0x01, 0x02, 0x03, 0xFF}));
-    EXPECT_EQ(camera.log[4].how, "flush");
-    EXPECT_EQ(camera.log[5].packet.size(), 15u);
-}
-
-// ---- presets --------------------------------------------------------------------------------
-
-TEST_F(ImageCtrl, PresetsAndResets) {
-    reply({0x01, 0x50, 0xFF});
-    EXPECT_EQ(image_preset_query(0xE6), 1);
-    EXPECT_EQ(camera.log.back().packet, (Bytes{0x81, 0x09, 0x04, 0x3F, 0x0E, 0x06, 0xFF}));
-    EXPECT_EQ(camera.log.back().capacity, 7);
-    EXPECT_EQ(image_preset_query(256), -1);
-
-    camera.log.clear();
-    EXPECT_EQ(image_preset_ctrl(1, 0x12), 0);
-    EXPECT_EQ(image_preset_ctrl(3, 1), -1);
-    EXPECT_EQ(image_preset_ctrl(0, 256), -1);
-    EXPECT_EQ(image_params_reset(0), 0);
-    EXPECT_EQ(image_params_save(0), 0);
-    EXPECT_EQ(image_params_save(1), 0);
-    auto s = camera.sends();
-    ASSERT_EQ(s.size(), 2u);
-    EXPECT_EQ(s[0].packet, (Bytes{0x81, 0x01, 0x04, 0x3F, 0x01, 0x01, 0x02, 0xFF}));
-    EXPECT_EQ(s[1].packet, (Bytes{0x81, 0x01, 0x04, 0x3F, 0x10, 0x01, 0xFF}));
-}
-
-TEST_F(ImageCtrl, SnapshotRefusesUnsafeNames) {
-    for (const char* name : {"a/b", "x;reboot", "$(id)", "..", "a b", "`x`"})
-        EXPECT_EQ(image_snapshot(1, name, 1920, 1080, 0), -1) << name;
-    EXPECT_EQ(image_snapshot(1, nullptr, 0, 1080, 0), -1);
-    EXPECT_EQ(image_snapshot(300, "ok.jpg", 1920, 1080, 0), -1);
-    EXPECT_TRUE(camera.log.empty());
 }
 
 }  // namespace
