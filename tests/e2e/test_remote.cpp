@@ -83,37 +83,42 @@ TEST_F(RemoteE2E, PtzRefusalsAndShortQueries) {
     EXPECT_EQ(visca_until_sentinel(visca), Lines{});
 }
 
-TEST_F(RemoteE2E, PtzDrivesSendTheirPackets) {
-    EXPECT_EQ(ptz_fresh("#P99"), text("pS99"));
-    EXPECT_EQ(visca.take(1), Lines{"81 01 06 01 17 0a 02 03 ff"});
-    EXPECT_EQ(ptz_fresh("#T20"), text("pT20"));
-    EXPECT_EQ(visca.take(1), Lines{"81 01 06 01 0a 0e 03 01 ff"});
-    EXPECT_EQ(ptz_fresh("#PTS9999"), text("pTS9999"));
-    EXPECT_EQ(visca.take(1), Lines{"81 01 06 01 17 16 02 02 ff"});
-    EXPECT_EQ(ptz_fresh("#P50"), text("pS50"));
-    EXPECT_EQ(visca.take(1), Lines{"81 01 06 01 0a 0a 03 03 ff"});
-    EXPECT_EQ(ptz_fresh("#Z99"), text("zS99"));
-    EXPECT_EQ(visca.take(1), Lines{"81 01 04 07 38 ff"});
-    EXPECT_EQ(ptz_fresh("#Z50"), text("zS50"));
-    EXPECT_EQ(visca.take(1), Lines{"81 01 04 07 3a ff"});
-    EXPECT_EQ(ptz_fresh("#F01"), text("fS01"));
-    EXPECT_EQ(visca.take(2), (Lines{"81 01 04 38 03 ff", "81 01 04 08 27 ff"}));
-    EXPECT_EQ(ptz("#PTV").find(std::string(kText) + "pTV"), 0u);   // a status, not a pan speed
-    EXPECT_EQ(visca_until_sentinel(visca), Lines{});
+// A command, its exact reply, the packets the camera received and, for a
+// move, the position inquiry polled until the motors got there.
+struct PtzCase {
+    const char* cmd;
+    const char* reply;
+    Lines packets;
+    const char* poll = nullptr;
+    const char* settles_at = nullptr;
+};
+const std::vector<PtzCase> kPtzCases = {
+    {"#P99", "pS99", {"81 01 06 01 17 0a 02 03 ff"}},
+    {"#T20", "pT20", {"81 01 06 01 0a 0e 03 01 ff"}},
+    {"#PTS9999", "pTS9999", {"81 01 06 01 17 16 02 02 ff"}},
+    {"#P50", "pS50", {"81 01 06 01 0a 0a 03 03 ff"}},
+    {"#Z99", "zS99", {"81 01 04 07 38 ff"}},
+    {"#Z50", "zS50", {"81 01 04 07 3a ff"}},
+    {"#F01", "fS01", {"81 01 04 38 03 ff", "81 01 04 08 27 ff"}},
+    {"#APC12345678", "aPC12345678", {"81 01 06 02 18 18 01 02 03 04 05 06 07 08 ff"}, "#APC", "aPC12345678"},
+    {"#AXZ555", "axz2000", {"81 01 04 47 02 00 00 00 ff"}, "#AXZ", "axzaaa"},
+    {"#AXF555", "axf2000", {"81 01 04 48 02 00 00 00 ff"}, "#AXF", "axfaaa"},
+};
+
+TEST_F(RemoteE2E, PtzDrivesAndMovesSendTheirPackets) {
+    for (const PtzCase& c : kPtzCases) {
+        SCOPED_TRACE(c.cmd);
+        EXPECT_EQ(ptz_fresh(c.cmd), text(c.reply));
+        EXPECT_EQ(visca.take(c.packets.size()), c.packets);
+        if (c.poll != nullptr) {
+            EXPECT_EQ(poll_ptz(c.poll, c.settles_at), std::string(c.settles_at) + "\r\n");
+        }
+    }
+    EXPECT_EQ(ptz("#PTV").find(std::string(kText) + "pTV"), 0u);  // a status, not a pan speed
 }
 
 TEST_F(RemoteE2E, PtzMotorRoundTrips) {
-    EXPECT_EQ(ptz_fresh("#APC12345678"), text("aPC12345678"));
-    EXPECT_EQ(visca.take(1), Lines{"81 01 06 02 18 18 01 02 03 04 05 06 07 08 ff"});
-    EXPECT_EQ(poll_ptz("#APC", "aPC12345678"), "aPC12345678\r\n");
-
-    EXPECT_EQ(ptz_fresh("#AXZ555"), text("axz2000"));
-    EXPECT_EQ(visca.take(1), Lines{"81 01 04 47 02 00 00 00 ff"});
-    EXPECT_EQ(poll_ptz("#AXZ", "axzaaa"), "axzaaa\r\n");
-    EXPECT_EQ(ptz_fresh("#AXF555"), text("axf2000"));
-    EXPECT_EQ(visca.take(1), Lines{"81 01 04 48 02 00 00 00 ff"});
-    EXPECT_EQ(poll_ptz("#AXF", "axfaaa"), "axfaaa\r\n");
-
+    // After the moves above: position 1234/5678, zoom and focus at 555.
     // Zoom converted on the way out, focus not; then raw positions and the iris code.
     EXPECT_EQ(ptz("#PTV"), text("pTV12345678aaa2000fff"));
     const std::string ptd = body_of(ptz("#PTD"));
