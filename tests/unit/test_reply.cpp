@@ -1,6 +1,9 @@
+// Query decoding, the reply envelopes and the JSON member helpers, as rows.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include <cJSON.h>
 
@@ -15,95 +18,66 @@ std::string decode(const std::string& in) {
     return std::string(out.c_str());
 }
 
-}  // namespace
+struct Decoding {
+    const char* in;
+    const char* out;
+};
 
-TEST(ReplyUrlDecode, PlainTextAndPlusStayAsTheyAre) {
-    EXPECT_EQ(decode(""), "");
-    EXPECT_EQ(decode("a+b"), "a+b");
-    EXPECT_EQ(decode("a%20b"), "a b");
-    EXPECT_EQ(decode("%7E"), "~");
-    EXPECT_EQ(decode("%7e%41"), "~A");
-}
+// Plain text and '+' stay; an escape decodes only to a byte from 1 to 126;
+// a bad digit counts as -1 in the signed sum; a trailing '%' is kept.
+const Decoding kDecodings[] = {
+    {"", ""},         {"a+b", "a+b"},     {"a%20b", "a b"},       {"%7E", "~"},     {"%7e%41", "~A"},
+    {"%00", "%00"},   {"%7F", "%7F"},     {"%80", "%80"},         {"%FF", "%FF"},   {"%ff%41", "%ffA"},
+    {"%2z", "\x1f"},  {"%1zq", "\x0fq"},  {"%z2", "%z2"},         {"%zz", "%zz"},   {"%%41", "%A"},
+    {"%41%4", "A%4"}, {"abc%", "abc%"},   {"%", "%"},
+};
 
-TEST(ReplyUrlDecode, BytesOutsideOneTo126StayEscaped) {
-    EXPECT_EQ(decode("%00"), "%00");
-    EXPECT_EQ(decode("%7F"), "%7F");
-    EXPECT_EQ(decode("%80"), "%80");
-    EXPECT_EQ(decode("%FF"), "%FF");
-    EXPECT_EQ(decode("%ff%41"), "%ffA");
-}
-
-TEST(ReplyUrlDecode, BadDigitsFollowTheSignedSum) {
-    EXPECT_EQ(decode("%2z"), "\x1f");
-    EXPECT_EQ(decode("%1zq"), "\x0fq");
-    EXPECT_EQ(decode("%z2"), "%z2");   // an invalid high digit never decodes
-    EXPECT_EQ(decode("%zz"), "%zz");
-    EXPECT_EQ(decode("%%41"), "%A");   // the escape after a kept '%' still decodes
-}
-
-TEST(ReplyUrlDecode, TrailingPercentIsKept) {
-    EXPECT_EQ(decode("%41%4"), "A%4");
-    EXPECT_EQ(decode("abc%"), "abc%");
-    EXPECT_EQ(decode("%"), "%");
-}
-
-TEST(ReplyUrlDecode, CheckedVariantIgnoresNullPointers) {
+TEST(ReplyUrlDecode, Rows) {
+    for (const Decoding& d : kDecodings) EXPECT_EQ(decode(d.in), d.out) << "decoding \"" << d.in << '"';
     char out[8] = "keep";
     url_decode_checked(nullptr, out);
     EXPECT_STREQ(out, "keep");
     url_decode_checked("x", nullptr);
     url_decode_checked("%41", out);
     EXPECT_STREQ(out, "A");
+    for (const auto& [c, value] : std::vector<std::pair<int, int>>{
+             {'0', 0}, {'9', 9}, {'a', 10}, {'F', 15}, {'g', -1}, {'/', -1}, {0, -1}, {0xC1, -1}})
+        EXPECT_EQ(hex_digit_value(c), value) << c;
 }
 
-TEST(ReplyHexDigit, MapsAllThreeRangesAndRejectsTheRest) {
-    EXPECT_EQ(hex_digit_value('0'), 0);
-    EXPECT_EQ(hex_digit_value('9'), 9);
-    EXPECT_EQ(hex_digit_value('a'), 10);
-    EXPECT_EQ(hex_digit_value('F'), 15);
-    EXPECT_EQ(hex_digit_value('g'), -1);
-    EXPECT_EQ(hex_digit_value('/'), -1);
-    EXPECT_EQ(hex_digit_value(0), -1);
-    EXPECT_EQ(hex_digit_value(0xC1), -1);
-}
+struct Envelope {
+    const char* name;
+    std::function<int()> print;
+    int result;
+    std::string body;
+};
 
 TEST(ReplyEnvelope, ExactBytes) {
-    {
+    const std::vector<Envelope> rows = {
+        {"error", [] { reply_error("Invalid params"); return 0; }, 0, R"({"status":-1,"message":Invalid params})"},
+        {"a message is data, never a format", [] { reply_error("100%s done"); return 0; }, 0,
+         R"({"status":-1,"message":100%s done})"},
+        {"ok", [] { return reply_ok(); }, 0, R"({"status":1})"},
+        {"data", [] { return reply_data(R"({"a":1})"); }, 0, R"({"status":1,"data":{"a":1}})"},
+    };
+    for (const Envelope& e : rows) {
         OutputCapture cap;
-        reply_error("Invalid params");
-        EXPECT_EQ(cap.text(),
-                  "Content-type: application/json\r\nStatus: 200 OK\r\n\r\n"
-                  "{\"status\":-1,\"message\":Invalid params}");
+        EXPECT_EQ(e.print(), e.result) << e.name;
+        EXPECT_EQ(cap.text(), "Content-type: application/json\r\nStatus: 200 OK\r\n\r\n" + e.body) << e.name;
     }
-    {
-        OutputCapture cap;
-        reply_error("100%s done");  // a message is data, never a format
-        EXPECT_EQ(cap.text().substr(kHdrJson.size()), "{\"status\":-1,\"message\":100%s done}");
-    }
-    {
-        OutputCapture cap;
-        EXPECT_EQ(reply_ok(), 0);
-        EXPECT_EQ(cap.text().substr(kHdrJson.size()), "{\"status\":1}");
-    }
-    {
-        OutputCapture cap;
-        EXPECT_EQ(reply_data("{\"a\":1}"), 0);
-        EXPECT_EQ(cap.text(),
-                  "Content-type: application/json\r\nStatus: 200 OK\r\n\r\n"
-                  "{\"status\":1,\"data\":{\"a\":1}}");
-    }
+    EXPECT_EQ(json_escaped("a\"b\\c\n\x01"), "a\\\"b\\\\c\\u000a\\u0001");
 }
 
 TEST(ReplyJsonMembers, TypedAndCaseSensitiveLookup) {
     cJSON* root = cJSON_Parse(R"({"n":7,"s":"txt","Big":3,"f":2.9})");
     ASSERT_NE(root, nullptr);
-    EXPECT_EQ(json_get_int(root, "n"), 7);
-    EXPECT_EQ(json_get_int(root, "f"), 2);
-    EXPECT_EQ(json_get_int(root, "s"), -1);
-    EXPECT_EQ(json_get_int(root, "big"), -1);
-    EXPECT_EQ(json_get_int(root, "missing"), -1);
+    for (const auto& [key, value] : std::vector<std::pair<const char*, int>>{
+             {"n", 7}, {"f", 2}, {"s", -1}, {"big", -1}, {"missing", -1}})
+        EXPECT_EQ(json_get_int(root, key), value) << key;
     EXPECT_STREQ(json_get_string(root, "s"), "txt");
     EXPECT_EQ(json_get_string(root, "n"), nullptr);
     EXPECT_EQ(json_get_string(root, "S"), nullptr);
     cJSON_Delete(root);
 }
+
+}  // namespace
