@@ -43,12 +43,12 @@ unsigned long g_dropped = 0;
 time_t g_dropped_told = 0;
 constexpr time_t kDropReportGap = 60;
 
-void count_drop() {
+void count_drop(const char* reason) {
     ++g_dropped;
     const time_t now = ::time(nullptr);
     if (g_dropped_told != 0 && now - g_dropped_told < kDropReportGap) return;
     g_dropped_told = now;
-    std::printf("msg buffer overflow.\n%lu log lines dropped\n", g_dropped);
+    std::printf("%s\n%lu log lines dropped\n", reason, g_dropped);
     std::fflush(stdout);
 }
 
@@ -71,13 +71,13 @@ void queue_send(const char* log, size_t size) {
 
     struct msqid_ds ds {};
     if (::msgctl(g_qid, IPC_STAT, &ds) != 0) {
-        count_drop();
+        count_drop("msgctl error.");
         return;
     }
     const unsigned long queued = ds.msg_cbytes;
     if (ds.msg_qbytes < 2 * queued || ds.msg_qbytes < queued + kLogHeaderSize + size ||
         ::msgsnd(g_qid, msg, size + kLogHeaderSize, IPC_NOWAIT) != 0)
-        count_drop();
+        count_drop("msg buffer overflow.");
 }
 
 bool g_console_on = false;
