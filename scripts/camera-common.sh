@@ -9,11 +9,12 @@ LIGHTTPD_PID=
 EXTRA_PIDS=()   # further web servers and responders this script started
 
 # Starts scripts/sandbox.sh in the background and waits (at most $1 seconds)
-# until it serves. Returns non-zero when it did not come up.
+# until it serves. Returns non-zero when it did not come up. With
+# CAMERA_CPUS set (a taskset list) the whole camera runs on those CPUs.
 camera_start() {
   local timeout=${1:-20} i
   rm -f "$CAMERA_RUN_DIR/sandbox.ready"
-  "$REPO/scripts/sandbox.sh" "$BUILD" &
+  ${CAMERA_CPUS:+taskset -c "$CAMERA_CPUS"} "$REPO/scripts/sandbox.sh" "$BUILD" &
   SANDBOX_PID=$!
   for ((i = 0; i < timeout * 10; i++)); do
     [ -e "$CAMERA_RUN_DIR/sandbox.ready" ] && [ -S "$CAMERA_RUN_DIR/web.sock" ] && return 0

@@ -113,13 +113,14 @@ int Msg_Rcv_Until(int qid, long type, void* msg, int size, int timeout_ms) {
     const long long deadline = now_ms() + timeout_ms;
     const auto body = static_cast<size_t>(size - kTypeWord);
     for (;;) {
-        // What is already there is taken even when no time is left.
-        const ssize_t ready = msgrcv(qid, msg, body, type, IPC_NOWAIT | MSG_NOERROR);
-        if (ready >= 0) return static_cast<int>(ready);
-        if (errno != ENOMSG && errno != EINTR) return -1;
         if (g_msg_stop != 0) return -2;
         const long long left = deadline - now_ms();
-        if (left <= 0) return -2;
+        if (left <= 0) {
+            // No time left: what is already there is still taken.
+            const ssize_t ready = msgrcv(qid, msg, body, type, IPC_NOWAIT | MSG_NOERROR);
+            if (ready >= 0) return static_cast<int>(ready);
+            return errno == ENOMSG || errno == EINTR ? -2 : -1;
+        }
         arm(left);
         const ssize_t r = msgrcv(qid, msg, body, type, MSG_NOERROR);
         const int err = errno;
