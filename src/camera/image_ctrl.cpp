@@ -316,16 +316,6 @@ int image_wb_mode_get() { return op_get(row("image_wb_mode_get")); }
 int image_wb_mode_set(const char* mode) { return op_choose(row("image_wb_mode_set"), mode); }
 
 // ---- numeric settings: the row of each name, getter and setter ------------------------
-#define IMAGE_TABLE_OPS(X)                                                                                  \
-    X(focus_area)                                                                                           \
-    X(shutter) X(anti_flicker) X(exposure_brightness) X(iris) X(gain) X(gain_limit) X(r_gain) X(b_gain)     \
-        X(color_temperature) X(reg_c0) X(mirror) X(flip) X(freeze) X(backlight) X(gamma) X(digital_zoom)    \
-            X(wdr_enable) X(wdr_level) X(brightness) X(sharpness) X(contrast) X(saturation) X(dc_iris)      \
-                X(nd_filter) X(nr2d) X(nr3d) X(phantom_power) X(genlock_status) X(genlock_phase)            \
-                    X(genlock_phase_step) X(genlock_vertical) X(tally_bright) X(feature_size) X(fpga_mode)  \
-                        X(feature_set) X(frame_rate) X(abs_focus) X(preset_zoom_speed) X(preset_move_speed) \
-                           
-
 #define IMAGE_DEFINE_TABLE_OP(name)                                         \
     int image_##name##_get() { return op_get(row("image_" #name "_get")); } \
     int image_##name##_set(int value) { return op_set(row("image_" #name "_set"), value); }

@@ -18,21 +18,29 @@ int image_wb_mode_get();
 int image_wb_mode_set(const char* mode);
 
 // ---- numeric settings -------------------------------------------------------
-#define IMAGE_NUMERIC_OPS(X)                                                                                \
-    X(focus_area)                                                                                           \
-    X(shutter) X(anti_flicker) X(exposure_brightness) X(iris) X(gain) X(gain_limit) X(r_gain) X(b_gain)     \
-        X(color_temperature) X(reg_c0) X(mirror) X(flip) X(freeze) X(backlight) X(gamma) X(digital_zoom)    \
-            X(wdr_enable) X(wdr_level) X(brightness) X(sharpness) X(contrast) X(saturation) X(dc_iris)      \
-                X(ircut) X(nd_filter) X(nr2d) X(nr3d) X(phantom_power) X(genlock_status) X(genlock_phase)   \
-                    X(genlock_phase_step) X(genlock_vertical) X(tally_bright) X(feature_size) X(fpga_mode)  \
-                        X(feature_set) X(frame_rate) X(abs_focus) X(preset_zoom_speed) X(preset_move_speed) \
-                           
+// The settings run straight from their two rows of the operation table
+// ("image_<name>_get", "image_<name>_set"): this list is the one place that
+// names them; image_ctrl.cpp defines them from it.
+// clang-format off
+#define IMAGE_TABLE_OPS(X)                                                                  \
+    X(focus_area) X(shutter) X(anti_flicker) X(exposure_brightness) X(iris) X(gain)         \
+    X(gain_limit) X(r_gain) X(b_gain) X(color_temperature) X(reg_c0) X(mirror) X(flip)      \
+    X(freeze) X(backlight) X(gamma) X(digital_zoom) X(wdr_enable) X(wdr_level)              \
+    X(brightness) X(sharpness) X(contrast) X(saturation) X(dc_iris) X(nd_filter) X(nr2d)    \
+    X(nr3d) X(phantom_power) X(genlock_status) X(genlock_phase) X(genlock_phase_step)       \
+    X(genlock_vertical) X(tally_bright) X(feature_size) X(fpga_mode) X(feature_set)         \
+    X(frame_rate) X(abs_focus) X(preset_zoom_speed) X(preset_move_speed)
+// clang-format on
 
 #define IMAGE_DECLARE_NUMERIC(name) \
     int image_##name##_get();       \
     int image_##name##_set(int value);
-IMAGE_NUMERIC_OPS(IMAGE_DECLARE_NUMERIC)
+IMAGE_TABLE_OPS(IMAGE_DECLARE_NUMERIC)
 #undef IMAGE_DECLARE_NUMERIC
+
+// The IR-cut filter: 2 automatic switching, 1 filter in, 0 out (two rows each way).
+int image_ircut_get();
+int image_ircut_set(int value);
 
 // ---- read-only positions ----------------------------------------------------
 int image_zoom_pos_get();
