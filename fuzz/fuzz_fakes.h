@@ -10,10 +10,15 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <string>
+#include <unistd.h>
 
 #include "camera/image_ctrl.h"
 #include "camera/visca_ops.h"
 #include "ipc/sys_port.h"
+#include "json/json_reg.h"
+#include "support/memmap.h"
 #include "support/elog.h"
 
 namespace fuzz {
@@ -66,6 +71,17 @@ inline void install() {
         setenv("PATH", "/nonexistent", 1);
         sys_port_install(&kPort);
         image_ctrl_set_transport(&kCamera);
+        // No register device, and files written only below a scratch
+        // directory of the run's own in the working directory, removed
+        // when the run ends.
+        memmap_set_device("/nonexistent/ambad");
+        static const std::string scratch = "fuzz-files-" + std::to_string(getpid());
+        std::filesystem::create_directory(scratch);
+        json_file_ctrl_set_root(scratch.c_str());
+        std::atexit([] {
+            std::error_code ignored;
+            std::filesystem::remove_all(scratch, ignored);
+        });
         return true;
     }();
     (void)done;

@@ -23,6 +23,7 @@
 #include "json/json_image.h"
 #include "json/json_ntp.h"
 #include "json/json_record.h"
+#include "json/json_reg.h"
 #include "json/json_section.h"
 #include "net/net_config.h"
 #include "support/log.h"
@@ -50,7 +51,7 @@ constexpr std::array<JsonSection, 18> kGetSections{{
     {"image", SectionValue::object, json_image_get_ctrl},
     {"rtmp", SectionValue::object, json_section_pending},
     {"rtp multicast", SectionValue::object, json_section_pending},
-    {"reg", SectionValue::object, json_section_pending},
+    {"reg", SectionValue::object, json_reg_get_ctrl},
 }};
 
 constexpr std::array<JsonSection, 18> kSetSections{{
@@ -63,9 +64,9 @@ constexpr std::array<JsonSection, 18> kSetSections{{
     {"system", SectionValue::object, json_section_pending},
     {"rtmp", SectionValue::object, json_section_pending},
     {"rtp multicast", SectionValue::object, json_section_pending},
-    {"file ctrl", SectionValue::object, json_section_pending},
+    {"file ctrl", SectionValue::object, json_file_ctrl_set_ctrl},
     {"NTP", SectionValue::object, json_ntp_set_ctrl},
-    {"reg", SectionValue::object, json_section_pending},
+    {"reg", SectionValue::object, json_reg_set_ctrl},
     {"ndi", SectionValue::object, json_section_pending},
     {"full ndi", SectionValue::object, json_section_pending},
     {"srt", SectionValue::object, json_section_pending},

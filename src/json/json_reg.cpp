@@ -1,0 +1,107 @@
+// Service tools of the JSON control API: "reg" reads and writes single
+// registers through the physical-memory device, "file ctrl" writes bytes
+// into a file.
+#include "json/json_reg.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "json/json_section.h"
+#include "support/memmap.h"
+
+namespace {
+
+// A register address or value: hexadecimal after "0x" (any case), decimal
+// otherwise. False for a text that is neither.
+bool parse_number(const char* text, uint32_t& out) {
+    if (text == nullptr || *text == '\0') return false;
+    const bool hex = text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const char* digits = hex ? text + 2 : text;
+    if (*digits == '\0') return false;
+    char* end = nullptr;
+    const unsigned long long v = std::strtoull(digits, &end, hex ? 16 : 10);
+    if (*end != '\0' || v > UINT32_MAX || *digits == '-' || *digits == '+') return false;
+    out = static_cast<uint32_t>(v);
+    return true;
+}
+
+void answer_register(cJSON* answer, const char* key, uint32_t address) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%x", static_cast<uint32_t>(ambmd(address)));
+    json_answer(answer, key, cJSON_CreateString(text));
+}
+
+// Where "file ctrl" paths are taken from: the device's own root, or, for a
+// test or a fuzzing run, a directory of its own ("" is the root).
+std::string g_file_root;
+
+// The path to open, or "" when a test root is set and the path would leave it.
+std::string file_path(const char* path) {
+    if (g_file_root.empty()) return path;
+    const std::string p = path;
+    if (p.find("..") != std::string::npos) return {};
+    return g_file_root + "/" + p;
+}
+
+}  // namespace
+
+void json_file_ctrl_set_root(const char* dir) { g_file_root = dir != nullptr ? dir : ""; }
+
+// Every member's key is a register; its value does not matter. An address
+// that does not parse is answered false without failing the section.
+int json_reg_get_ctrl(cJSON* member, cJSON* reply) {
+    return json_section_walk(member, reply, [](cJSON* item, cJSON* answer, int&) {
+        uint32_t address = 0;
+        if (parse_number(item->string, address)) answer_register(answer, item->string, address);
+        else json_answer_false(answer, item->string);
+    });
+}
+
+// Every member's key is a register and its string value the new contents;
+// the register is written, read back and answered.
+int json_reg_set_ctrl(cJSON* member, cJSON* reply) {
+    return json_section_walk(member, reply, [](cJSON* item, cJSON* answer, int& result) {
+        uint32_t address = 0;
+        uint32_t value = 0;
+        if (!cJSON_IsString(item) || !parse_number(item->string, address) ||
+            !parse_number(item->valuestring, value) || ambmm(address, value) != 0) {
+            json_answer_false(answer, item->string);
+            result = -1;
+            return;
+        }
+        answer_register(answer, item->string, address);
+    });
+}
+
+// "path" is required; "rewrite" true removes the file first; the bytes of
+// "data" go in at "index" (or 0) without truncating, up to the first element
+// that is not a number. Answered true whenever there was a path, even when
+// the file could not be opened.
+int json_file_ctrl_set_ctrl(cJSON* member, cJSON* reply) {
+    if (member == nullptr) return -1;
+    const cJSON* path = cJSON_GetObjectItem(member, "path");
+    if (!cJSON_IsString(path) || path->valuestring == nullptr) {
+        json_answer_false(reply, member->string);
+        return -1;
+    }
+    const std::string file = file_path(path->valuestring);
+    if (!file.empty() && cJSON_IsTrue(cJSON_GetObjectItem(member, "rewrite"))) unlink(file.c_str());
+    const int fd = file.empty() ? -1 : open(file.c_str(), O_RDWR | O_CREAT, 0755);
+    if (fd >= 0) {
+        const cJSON* index = cJSON_GetObjectItem(member, "index");
+        if (cJSON_IsNumber(index) && index->valuedouble >= 0) lseek(fd, static_cast<off_t>(index->valuedouble), SEEK_SET);
+        const cJSON* data = cJSON_GetObjectItem(member, "data");
+        for (const cJSON* b = cJSON_IsArray(data) ? data->child : nullptr; cJSON_IsNumber(b); b = b->next) {
+            const auto byte = static_cast<uint8_t>(b->valueint);
+            if (write(fd, &byte, 1) != 1) break;
+        }
+        close(fd);
+    }
+    json_answer_true(reply, member->string);
+    return 0;
+}

@@ -1,0 +1,131 @@
+// Physical memory through a device (here a file of the test's own standing
+// in for the chip's), the "reg" section on it, and "file ctrl".
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <cjson/cJSON.h>
+
+#include "cgi/output.h"
+#include "json/json_ctrl_func.h"
+#include "json/json_reg.h"
+#include "support/memmap.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class RegFile : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("reg_file." + std::to_string(getpid()));
+        fs::create_directories(dir_);
+        device_ = (dir_ / "ambad").string();
+        std::ofstream(device_, std::ios::binary) << std::string(64 * 1024, '\0');
+        memmap_set_device(device_.c_str());
+        json_file_ctrl_set_root(dir_.c_str());
+    }
+    void TearDown() override {
+        memmap_set_device(nullptr);
+        json_file_ctrl_set_root(nullptr);
+        fs::remove_all(dir_);
+    }
+    std::string slurp(const std::string& name) const {
+        std::ifstream in(dir_ / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    // The dispatcher's reply to `request`, made with GET, as compact text.
+    static std::string ask(int (*dispatcher)(const char*), const std::string& request) {
+        setenv("REQUEST_METHOD", "GET", 1);
+        OutputCapture capture;
+        dispatcher(request.c_str());
+        const std::string& out = capture.text();
+        cJSON* reply = cJSON_Parse(out.c_str() + out.find("\r\n\r\n") + 4);
+        char* compact = cJSON_PrintUnformatted(reply);
+        std::string text = compact != nullptr ? compact : "(unparsable)";
+        cJSON_free(compact);
+        cJSON_Delete(reply);
+        return text;
+    }
+    fs::path dir_;
+    std::string device_;
+};
+
+TEST_F(RegFile, MappingsAreSharedCountedAndPageRounded) {
+    EXPECT_EQ(memmap(0x10, 0), 0u);
+    const uintptr_t a = memmap(0x1010, 4);
+    ASSERT_NE(a, 0u);
+    EXPECT_LT(a, uintptr_t{1} << 32);                  // the list keeps 32-bit addresses
+    EXPECT_EQ(memmap(0x1018, 8), a + 8);               // inside the held page: shared
+    EXPECT_EQ(memunmap(a), 0);
+    EXPECT_EQ(memunmap(a + 8), 0);                      // the second holder lets it go
+    EXPECT_EQ(memunmap(a), -1);                         // nothing is mapped any more
+
+    const uintptr_t one = memmap(4095, 1);              // one page
+    const uintptr_t next = memmap(4096, 1);             // not in it: a mapping of its own
+    ASSERT_NE(one, 0u);
+    ASSERT_NE(next, 0u);
+    EXPECT_NE(next, one + 1);
+    EXPECT_EQ(memunmap(next), 0);
+    const uintptr_t two = memmap(4095, 2);              // two pages
+    ASSERT_NE(two, 0u);
+    EXPECT_NE(two, one);
+    EXPECT_EQ(memmap(4096, 1), two + 1);                // inside the two-page mapping
+    for (uintptr_t held : {one, two, two + 1}) EXPECT_EQ(memunmap(held), 0);
+    EXPECT_EQ(memunmap(0x1234), -1);
+}
+
+TEST_F(RegFile, RegistersRoundTripThroughTheDevice) {
+    EXPECT_EQ(ambmm(0x2008, 0xDEADBEEF), 0);
+    EXPECT_EQ(ambmd(0x2008), 0xDEADBEEF);
+    const std::string bytes = slurp("ambad").substr(0x2008, 4);
+    EXPECT_EQ(bytes, std::string("\xEF\xBE\xAD\xDE", 4));
+    memmap_set_device((dir_ / "absent").c_str());
+    EXPECT_EQ(ambmd(0x2008), -1);
+    EXPECT_EQ(ambmm(0x2008, 1), -1);
+}
+
+struct Exchange {
+    const char* name;
+    bool set;
+    const char* request;
+    const char* reply;
+};
+
+TEST_F(RegFile, Sections) {
+    std::ofstream(dir_ / "ten.bin", std::ios::binary) << "0123456789";
+    const std::vector<Exchange> rows = {
+        {"write in either notation", true, R"({"reg":{"0x20":"0xdeadbeef","36":"17"}})",
+         R"({"reg":{"0x20":"0xdeadbeef","36":"0x11"},"status":true})"},
+        {"both notations read one register", false, R"({"reg":{"0x20":true,"32":1,"0X24":false}})",
+         R"({"reg":{"0x20":"0xdeadbeef","32":"0xdeadbeef","0X24":"0x11"},"status":true})"},
+        {"addresses that do not parse", false, R"({"reg":{"0x":true,"12a":true}})",
+         R"({"reg":{"0x":false,"12a":false},"status":true})"},
+        {"a value that is not text", true, R"({"reg":{"0x20":5}})", R"({"reg":{"0x20":false},"status":false})"},
+        {"file ctrl without a path", true, R"({"file ctrl":{"data":[1]}})", R"({"file ctrl":false,"status":false})"},
+        {"file ctrl at an index", true, R"({"file ctrl":{"path":"ten.bin","index":4,"data":[65,66]}})",
+         R"({"file ctrl":true,"status":true})"},
+        {"file ctrl rewriting", true, R"({"file ctrl":{"path":"new.bin","rewrite":true,"index":4,"data":[65,66]}})",
+         R"({"file ctrl":true,"status":true})"},
+        {"file ctrl stops at the first element that is not a number", true,
+         R"({"file ctrl":{"path":"one.bin","data":[65,"x",66]}})", R"({"file ctrl":true,"status":true})"},
+        {"file ctrl that cannot open answers true", true, R"({"file ctrl":{"path":"no/such/dir/f"}})",
+         R"({"file ctrl":true,"status":true})"},
+        {"file ctrl is not readable", false, R"({"file ctrl":{"path":"ten.bin"}})",
+         R"({"file ctrl":false,"status":false})"},
+    };
+    for (const Exchange& x : rows) EXPECT_EQ(ask(x.set ? json_set_ctrl : json_get_ctrl, x.request), x.reply) << x.name;
+    EXPECT_EQ(slurp("ten.bin"), "0123AB6789");
+    EXPECT_EQ(slurp("new.bin"), std::string("\0\0\0\0AB", 6));
+    EXPECT_EQ(slurp("one.bin"), "A");
+}
+
+}  // namespace
