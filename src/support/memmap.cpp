@@ -46,10 +46,12 @@ void* map_low(size_t length, uint32_t offset) {
                           MAP_SHARED | MAP_FIXED_NOREPLACE, g_fd, static_cast<off_t>(offset));
         if (addr != MAP_FAILED) {
             if (reinterpret_cast<uintptr_t>(addr) == at) return addr;
-            munmap(addr, length);  // a kernel that took the address as a hint only
+            // A kernel (or an emulator) that took the place as a hint only and
+            // mapped elsewhere: the place was taken, try the next one.
+            munmap(addr, length);
+        } else if (errno != EEXIST) {
             return MAP_FAILED;
         }
-        if (errno != EEXIST) return MAP_FAILED;
         at += length > (1u << 20) ? length : (1u << 20);
     }
     return MAP_FAILED;
