@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "cgi/output.h"
 #include "cgi/upload.h"
@@ -82,36 +83,11 @@ TEST(FrontRequest, MissingVariablesOrOtherMethodsGetNoReply) {
     EXPECT_EQ(run("get", "camdata").reply, "");  // the method is compared exactly
 }
 
-TEST(FrontRequest, QueryLengthLimit) {
-    std::string q2047 = "zz" + std::string(2045, 'q');
-    EXPECT_EQ(get(q2047), kJson + "{\"status\":-1,\"message\":" + q2047 + "}");
-    EXPECT_EQ(get(q2047 + "q"), kErrorParams);
-    EXPECT_EQ(get(std::string(10000, 'q')), kErrorParams);
-}
-
-TEST(FrontGetRouting, UnknownQueryEchoesTheDecodedText) {
-    EXPECT_EQ(get("hello%41%7F"), kJson + "{\"status\":-1,\"message\":helloA%7F}");
-    EXPECT_EQ(get(""), kJson + "{\"status\":-1,\"message\":}");
-    EXPECT_EQ(get("camdata?x"), kJson + "{\"status\":-1,\"message\":camdata?x}");
-    EXPECT_EQ(get("func=ge"), kJson + "{\"status\":-1,\"message\":func=ge}");
-}
-
 TEST(FrontGetRouting, CamdataMatchesTheWholeQueryInAnyCase) {
     std::string plain = get("camdata");
     EXPECT_EQ(plain.rfind(kText + "p1\r\nOID:PTZ-4K1\r\n", 0), 0u);
     EXPECT_EQ(get("CamData"), plain);
     EXPECT_EQ(get("%43amdata"), plain);  // routed after decoding
-}
-
-TEST(FrontGetRouting, SessionEndpoints) {
-    EXPECT_EQ(get("event?connect=start&my_port=31004&uid=0"), "Status: 204 No Content\r\n\r\n");
-    EXPECT_EQ(get("EVENT?"), "Status: 204 No Content\r\n\r\n");
-    EXPECT_EQ(get("man_session?command=GET&x=1"), kText + "\"Event session:1\"\r\n");
-    EXPECT_EQ(get("Man_Session?x=1&command=get"), kText + "\"Event session:1\"\r\n");
-    EXPECT_EQ(get("man_session?command=set"), kText);
-    EXPECT_EQ(get("man_session?command=getx"), kText);
-    EXPECT_EQ(get("man_session?command="), kText);
-    EXPECT_EQ(get("man_session?"), kText);
 }
 
 TEST(FrontSession, CamdataBlockIsFixedAndComplete) {
@@ -150,70 +126,79 @@ TEST(FrontPostRoutes, LookupIsExactAndInTableOrder) {
     EXPECT_EQ(post_route_selected(), 3);
 }
 
-TEST(FrontPost, UnknownOrOverlongNameDrainsTheBody) {
-    Outcome o = run("POST", "path=nothing", std::string(5000, 'b'));
-    EXPECT_EQ(o.reply, kErrorParams);
-    EXPECT_TRUE(o.drained);
+// One request each: method, query, body (and CONTENT_LENGTH when it is not
+// the body's size), the exact reply, and whether the body was read to its end.
+struct Case {
+    const char* name;
+    const char* method;
+    std::string query;
+    std::string body;
+    const char* length;
+    std::string reply;
+    bool drained = true;
+};
 
-    // Longer than the 32-byte name field: not found, nothing overwritten.
-    o = run("POST", "path=sendPTZ" + std::string(200, 'x'), "{\"type\":12,\"speed\":1}");
-    EXPECT_EQ(o.reply, kErrorParams);
-    EXPECT_TRUE(o.drained);
-    o = run("POST", "path=" + std::string(31, 's'), "x");
-    EXPECT_EQ(o.reply, kErrorParams);
+const std::string kPtzCmd = R"({"type":12,"speed":1})";
+const std::string kPtzOk = kJson + R"({"status":1,"type":12,"speed":1})";
+const std::string kNoJson = kJson + R"({"status":-1,"message":this is no json})";
+const std::string kInvalid = kJson + R"({"status":-1,"message":Invalid params})";
+const std::string kFullBody = kPtzCmd + std::string(2048 - kPtzCmd.size(), ' ');
+const std::string kQ2047 = "zz" + std::string(2045, 'q');
 
-    // A body that ends before CONTENT_LENGTH does not hang the drain.
-    o = run("POST", "path=nothing", "abc", "100000");
-    EXPECT_EQ(o.reply, kErrorParams);
+const std::vector<Case> kCases = {
+    // GET: the query limit, the unknown-query echo after decoding, sessions
+    {"2047 characters", "GET", kQ2047, "", nullptr, kJson + R"({"status":-1,"message":)" + kQ2047 + "}"},
+    {"2048 characters", "GET", kQ2047 + "q", "", nullptr, kErrorParams},
+    {"far too long", "GET", std::string(10000, 'q'), "", nullptr, kErrorParams},
+    {"decoded echo", "GET", "hello%41%7F", "", nullptr, kJson + R"({"status":-1,"message":helloA%7F})"},
+    {"empty query", "GET", "", "", nullptr, kJson + R"({"status":-1,"message":})"},
+    {"camdata with more", "GET", "camdata?x", "", nullptr, kJson + R"({"status":-1,"message":camdata?x})"},
+    {"half a prefix", "GET", "func=ge", "", nullptr, kJson + R"({"status":-1,"message":func=ge})"},
+    {"event", "GET", "event?connect=start&my_port=31004&uid=0", "", nullptr, "Status: 204 No Content\r\n\r\n"},
+    {"event in capitals", "GET", "EVENT?", "", nullptr, "Status: 204 No Content\r\n\r\n"},
+    {"session get", "GET", "man_session?command=GET&x=1", "", nullptr, kText + "\"Event session:1\"\r\n"},
+    {"session get later", "GET", "Man_Session?x=1&command=get", "", nullptr, kText + "\"Event session:1\"\r\n"},
+    {"session set", "GET", "man_session?command=set", "", nullptr, kText},
+    {"session getx", "GET", "man_session?command=getx", "", nullptr, kText},
+    {"session empty command", "GET", "man_session?command=", "", nullptr, kText},
+    {"session nothing", "GET", "man_session?", "", nullptr, kText},
+    // POST names: exact, at most the 32-byte field, and the body drained
+    {"unknown name", "POST", "path=nothing", std::string(5000, 'b'), nullptr, kErrorParams},
+    {"name beyond its field", "POST", "path=sendPTZ" + std::string(200, 'x'), kPtzCmd, nullptr, kErrorParams},
+    {"31-character name", "POST", "path=" + std::string(31, 's'), "x", nullptr, kErrorParams},
+    {"a body that ends early", "POST", "path=nothing", "abc", "100000", kErrorParams},
+    {"short query", "POST", "pat", "", nullptr, kErrorParams},
+    {"empty query", "POST", "", "", nullptr, kErrorParams},
+    {"names are case-sensitive", "POST", "path=SENDPTZ", kPtzCmd, nullptr, kErrorParams},
+    // bodies: cleared between requests, capped at 2048 bytes
+    {"a command", "POST", "path=sendPTZ", kPtzCmd, nullptr, kPtzOk},
+    {"nothing survives of the last body", "POST", "path=sendPTZ", "", "0", kNoJson},
+    {"a negative length is none", "POST", "path=sendPTZ", kPtzCmd, "-5", kNoJson, false},
+    {"exactly 2048 bytes", "POST", "path=sendPTZ", kFullBody, nullptr, kPtzOk},
+    {"beyond 2048 read and dropped", "POST", "path=sendPTZ", kFullBody + std::string(3000, '#'), nullptr, kPtzOk},
+    // sendPTZ and sendPreset answers
+    {"speed answered whole", "POST", "path=sendPTZ", R"({"type":12,"speed":300})", nullptr,
+     kJson + R"({"status":1,"type":12,"speed":300})"},
+    {"type not a number", "POST", "path=sendPTZ", R"({"type":"x","speed":2})", nullptr,
+     kJson + R"({"status":1,"type":-1,"speed":2})"},
+    {"no speed", "POST", "path=sendPTZ", R"({"type":12})", nullptr, kInvalid},
+    {"no json", "POST", "path=sendPTZ", "nope", nullptr, kNoJson},
+    {"preset -1", "POST", "path=sendPreset", R"({"index":-1,"control":"add"})", nullptr, kInvalid},
+    {"preset without control", "POST", "path=sendPreset", R"({"index":3})", nullptr, kInvalid},
+    {"preset index as text", "POST", "path=sendPreset", R"({"index":"3","control":"set"})", nullptr, kInvalid},
+    {"preset control as number", "POST", "path=sendPreset", R"({"index":3,"control":7})", nullptr, kInvalid},
+    {"unknown control word: status 0", "POST", "path=sendPreset", R"({"index":4,"control":"move"})", nullptr,
+     kJson + R"({"status":0,"index":4,"speed":"move"})"},
+};
 
-    // Short queries leave an empty name.
-    EXPECT_EQ(run("POST", "pat", "").reply, kErrorParams);
-    EXPECT_EQ(run("POST", "", "").reply, kErrorParams);
-}
-
-TEST(FrontPost, BodyReachesTheHandlerClearedAndCapped) {
-    const std::string cmd = "{\"type\":12,\"speed\":1}";
-    const std::string ok = kJson + "{\"status\":1,\"type\":12,\"speed\":1}";
-    EXPECT_EQ(run("POST", "path=sendPTZ", cmd).reply, ok);
-
-    // Nothing of the previous body survives: an empty body is no JSON.
-    Outcome o = run("POST", "path=sendPTZ", "", "0");
-    EXPECT_EQ(o.reply, kJson + "{\"status\":-1,\"message\":this is no json}");
-    EXPECT_EQ(run("POST", "path=sendPTZ", cmd, "-5").reply,
-              kJson + "{\"status\":-1,\"message\":this is no json}");
-
-    // Exactly 2048 bytes still reach the handler as text.
-    std::string full = cmd + std::string(2048 - cmd.size(), ' ');
-    EXPECT_EQ(run("POST", "path=sendPTZ", full).reply, ok);
-
-    // Beyond 2048 the rest is read and dropped, so trailing junk is unseen.
-    o = run("POST", "path=sendPTZ", full + std::string(3000, '#'));
-    EXPECT_EQ(o.reply, ok);
-    EXPECT_TRUE(o.drained);
-
-    // Names are case-sensitive.
-    EXPECT_EQ(run("POST", "path=SENDPTZ", cmd).reply, kErrorParams);
-}
-
-TEST(FrontPost, SendPtzAndSendPresetAnswers) {
-    EXPECT_EQ(run("POST", "path=sendPTZ", "{\"type\":12,\"speed\":300}").reply,
-              kJson + "{\"status\":1,\"type\":12,\"speed\":300}");
-    EXPECT_EQ(run("POST", "path=sendPTZ", "{\"type\":\"x\",\"speed\":2}").reply,
-              kJson + "{\"status\":1,\"type\":-1,\"speed\":2}");
-    EXPECT_EQ(run("POST", "path=sendPTZ", "{\"type\":12}").reply,
-              kJson + "{\"status\":-1,\"message\":Invalid params}");
-    EXPECT_EQ(run("POST", "path=sendPTZ", "nope").reply,
-              kJson + "{\"status\":-1,\"message\":this is no json}");
-
-    const std::string invalid = kJson + "{\"status\":-1,\"message\":Invalid params}";
-    EXPECT_EQ(run("POST", "path=sendPreset", "{\"index\":-1,\"control\":\"add\"}").reply, invalid);
-    EXPECT_EQ(run("POST", "path=sendPreset", "{\"index\":3}").reply, invalid);
-    EXPECT_EQ(run("POST", "path=sendPreset", "{\"index\":\"3\",\"control\":\"set\"}").reply,
-              invalid);
-    EXPECT_EQ(run("POST", "path=sendPreset", "{\"index\":3,\"control\":7}").reply, invalid);
-    // An unknown control word answers status 0 without touching the camera.
-    EXPECT_EQ(run("POST", "path=sendPreset", "{\"index\":4,\"control\":\"move\"}").reply,
-              kJson + "{\"status\":0,\"index\":4,\"speed\":\"move\"}");
+TEST(FrontRequests, Rows) {
+    for (const Case& c : kCases) {
+        const Outcome o = run(c.method, c.query, c.body, c.length);
+        EXPECT_EQ(o.reply, c.reply) << c.method << " " << c.name;
+        if (c.drained) {
+            EXPECT_TRUE(o.drained) << c.method << " " << c.name;
+        }
+    }
     EXPECT_EQ(json_ptz_ctrl(12, 1), 0);
     EXPECT_EQ(json_ptz_ctrl(-1, 1), 0);
 }
