@@ -18,15 +18,7 @@ export CAMERA_RUN_DIR=$REPO/run/bench
 . "$REPO/scripts/camera-common.sh"
 
 # wrk is wanted only here, so only here is it installed.
-if ! command -v wrk >/dev/null; then
-  if [ "$(id -u)" -ne 0 ]; then
-    echo "bench: wrk is missing; as root: apt-get install -y wrk" >&2
-    exit 1
-  fi
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends wrk >/dev/null ||
-    { apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends wrk >/dev/null; } ||
-    { echo "bench: cannot install wrk" >&2; exit 1; }
-fi
+"$REPO/scripts/setup.sh" wrk || exit 1
 for f in web bench_floor; do
   [ -x "$BUILD/$f" ] || { echo "bench: $BUILD/$f is not built" >&2; exit 1; }
 done

@@ -1,11 +1,19 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the project builds, runs and tests with.
 # Idempotent: does nothing when everything is present.
+# Usage: scripts/setup.sh              the packages of make run and make test
+#        scripts/setup.sh PACKAGE...   those packages instead (make bench asks
+#                                      for wrk, make test-aarch64 for the arm64
+#                                      tool chain; a name ending in ":arm64"
+#                                      adds that architecture to dpkg first)
 set -euo pipefail
 
-packages=(cmake g++ make pkg-config libfcgi-dev libfcgi-bin libcjson-dev
-          lighttpd spawn-fcgi libgtest-dev iproute2 psmisc net-tools
-          libjpeg62-turbo-dev util-linux procps curl)
+packages=("$@")
+if [ ${#packages[@]} -eq 0 ]; then
+  packages=(cmake g++ make pkg-config libfcgi-dev libfcgi-bin libcjson-dev
+            lighttpd spawn-fcgi libgtest-dev iproute2 psmisc net-tools
+            libjpeg62-turbo-dev util-linux procps curl)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
@@ -13,11 +21,20 @@ for p in "${packages[@]}"; do
 done
 [ ${#missing[@]} -eq 0 ] && exit 0
 
+foreign=()
+for p in "${missing[@]}"; do
+  [[ $p == *:* ]] && foreign+=("${p##*:}")
+done
+
 if [ "$(id -u)" -ne 0 ]; then
   echo "setup: missing packages: ${missing[*]}" >&2
+  for a in "${foreign[@]}"; do echo "setup: run as root:  dpkg --add-architecture $a" >&2; done
   echo "setup: run as root:  apt-get update && apt-get install -y ${missing[*]}" >&2
   exit 1
 fi
+# Adding an architecture may upgrade a few host libraries to the versions
+# its packages must match.
+for a in "${foreign[@]}"; do dpkg --add-architecture "$a"; done
 echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 apt-get update -qq

@@ -10,25 +10,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-packages=(crossbuild-essential-arm64 qemu-user libfcgi-dev:arm64 libcjson-dev:arm64
-          libgtest-dev:arm64 libjpeg62-turbo-dev:arm64)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  if [ "$(id -u)" -ne 0 ]; then
-    echo "test-aarch64: missing packages: ${missing[*]}" >&2
-    echo "test-aarch64: as root: dpkg --add-architecture arm64 && apt-get update && apt-get install -y ${missing[*]}" >&2
-    exit 1
-  fi
-  # Adding the arm64 architecture may upgrade a few host libraries to the
-  # versions the arm64 ones must match.
-  echo "test-aarch64: installing ${missing[*]}"
-  dpkg --add-architecture arm64
-  apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+scripts/setup.sh crossbuild-essential-arm64 qemu-user libfcgi-dev:arm64 libcjson-dev:arm64 \
+  libgtest-dev:arm64 libjpeg62-turbo-dev:arm64
 
 cmake --preset aarch64 >/dev/null
 cmake --build --preset aarch64 -j "$(nproc)"
