@@ -152,37 +152,30 @@ int64_t ambmd(uint32_t phys) {
     return value;
 }
 
-void* mmapfile(const char* path, uint32_t length) {
-    const int fd = open(path, O_RDWR | O_CREAT, 0644);
+namespace {
+
+// A whole file mapped shared. The read-write form creates the file; the
+// read-only one's two map texts end with a line break, the other's do not.
+void* map_file(const char* path, uint32_t length, bool writable) {
+    const int fd = writable ? open(path, O_RDWR | O_CREAT, 0644) : open(path, O_RDONLY | O_SYNC);
     if (fd < 0) {
         LOG_ERR("Open file %s error.\n", path);
         return nullptr;
     }
-    void* addr = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    void* addr = mmap(nullptr, length, writable ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd, 0);
     close(fd);
+    const char* end = writable ? "" : "\n";
     // The comparison with 0 is kept as the library always made it.
     if (addr == nullptr) {
-        LOG_ERR("Memory Map Failure. Map File %s, length:0x%08lX", path, static_cast<unsigned long>(length));
+        LOG_ERR("Memory Map Failure. Map File %s, length:0x%08lX%s", path, static_cast<unsigned long>(length), end);
         return nullptr;
     }
-    LOG_ERR("Memory Map OK. Map File: %s, length:%#X, addr:0x%08lX", path, length,
-            static_cast<unsigned long>(reinterpret_cast<uintptr_t>(addr)));
+    LOG_ERR("Memory Map OK. Map File: %s, length:%#X, addr:0x%08lX%s", path, length,
+            static_cast<unsigned long>(reinterpret_cast<uintptr_t>(addr)), end);
     return addr;
 }
 
-void* mmapfile_r(const char* path, uint32_t length) {
-    const int fd = open(path, O_RDONLY | O_SYNC);
-    if (fd < 0) {
-        LOG_ERR("Open file %s error.\n", path);
-        return nullptr;
-    }
-    void* addr = mmap(nullptr, length, PROT_READ, MAP_SHARED, fd, 0);
-    close(fd);
-    if (addr == nullptr) {
-        LOG_ERR("Memory Map Failure. Map File %s, length:0x%08lX\n", path, static_cast<unsigned long>(length));
-        return nullptr;
-    }
-    LOG_ERR("Memory Map OK. Map File: %s, length:%#X, addr:0x%08lX\n", path, length,
-            static_cast<unsigned long>(reinterpret_cast<uintptr_t>(addr)));
-    return addr;
-}
+}  // namespace
+
+void* mmapfile(const char* path, uint32_t length) { return map_file(path, length, true); }
+void* mmapfile_r(const char* path, uint32_t length) { return map_file(path, length, false); }

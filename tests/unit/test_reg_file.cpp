@@ -93,6 +93,20 @@ TEST_F(RegFile, RegistersRoundTripThroughTheDevice) {
     EXPECT_EQ(ambmm(0x2008, 1), -1);
 }
 
+TEST_F(RegFile, FilesMapSharedForWritingOrReading) {
+    const std::string path = (dir_ / "shared.bin").string();
+    std::ofstream(path, std::ios::binary) << std::string(4096, '.');
+    auto* rw = static_cast<char*>(mmapfile(path.c_str(), 4096));
+    ASSERT_NE(rw, nullptr);
+    rw[7] = 'w';
+    const auto* ro = static_cast<const char*>(mmapfile_r(path.c_str(), 4096));
+    ASSERT_NE(ro, nullptr);
+    EXPECT_EQ(ro[7], 'w');                                   // both share the file's pages
+    EXPECT_EQ(mmapfile_r((dir_ / "absent").c_str(), 4096), nullptr);
+    EXPECT_NE(mmapfile((dir_ / "made.bin").c_str(), 0), nullptr);   // created, as the read-write form does
+    EXPECT_TRUE(fs::exists(dir_ / "made.bin"));
+}
+
 struct Exchange {
     const char* name;
     bool set;
