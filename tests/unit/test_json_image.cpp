@@ -15,6 +15,7 @@
 
 #include "camera/image_ctrl.h"
 #include "fake_camera.h"
+#include "json_reply.h"
 #include "cgi/output.h"
 #include "json/json_ctrl_func.h"
 #include "json/json_image.h"
@@ -41,16 +42,7 @@ std::vector<std::string> list_of(uint64_t mask, int short_list = 0) {
 // The reply of a set or get of the image section made with GET (no key
 // needed), as compact text.
 std::string image_request(int (*request)(const char*), const char* members) {
-    setenv("REQUEST_METHOD", "GET", 1);
-    OutputCapture capture;
-    const std::string text = std::string("{\"image\":{") + members + "}}";
-    EXPECT_EQ(request(text.c_str()), 0);
-    const std::string& out = capture.text();
-    Json reply(cJSON_Parse(out.c_str() + out.find("\r\n\r\n") + 4));
-    char* compact = cJSON_PrintUnformatted(reply.get());
-    std::string result = compact != nullptr ? compact : "";
-    cJSON_free(compact);
-    return result;
+    return json_reply(request, std::string("{\"image\":{") + members + "}}");
 }
 std::string set_image(const char* members) { return image_request(json_set_ctrl, members); }
 std::string get_image(const char* members) { return image_request(json_get_ctrl, members); }

@@ -16,6 +16,7 @@
 
 #include "cgi/output.h"
 #include "fake_system.h"
+#include "json_reply.h"
 #include "json/json_ctrl_func.h"
 
 namespace {
@@ -64,20 +65,6 @@ protected:
             for (const Landing& l : kLandings)
                 if (l.id == c.id) fake::store_block(l.offset, l.size)(c, store);
         };
-    }
-
-    // The dispatcher's reply to `request`, made with GET, as compact text.
-    std::string ask(int (*dispatcher)(const char*), const std::string& request) {
-        setenv("REQUEST_METHOD", "GET", 1);
-        OutputCapture capture;
-        EXPECT_EQ(dispatcher(request.c_str()), 0);
-        const std::string& out = capture.text();
-        cJSON* reply = cJSON_Parse(out.c_str() + out.find("\r\n\r\n") + 4);
-        char* compact = cJSON_PrintUnformatted(reply);
-        std::string text = compact != nullptr ? compact : "(unparsable)";
-        cJSON_free(compact);
-        cJSON_Delete(reply);
-        return text;
     }
 };
 
@@ -201,7 +188,7 @@ TEST_F(JsonSettings, Cases) {
         SCOPED_TRACE(c.name);
         *sys.store = pristine;
         sys.journal.clear();
-        const std::string reply = ask(c.set ? json_set_ctrl : json_get_ctrl, c.request);
+        const std::string reply = json_reply(c.set ? json_set_ctrl : json_get_ctrl, c.request);
         if (!c.reply.empty()) {
             EXPECT_EQ(reply, c.reply);
         }
@@ -211,7 +198,7 @@ TEST_F(JsonSettings, Cases) {
 
 // The bytes that went out, where the answer cannot show them.
 TEST_F(JsonSettings, PayloadBytes) {
-    ask(json_set_ctrl, R"({"audio":{"bitrate":64000,"encMode":"G711U"}})");
+    json_reply(json_set_ctrl, R"({"audio":{"bitrate":64000,"encMode":"G711U"}})");
     ASSERT_EQ(sys.ids(), std::vector<uint32_t>{57});
     ASSERT_EQ(sys.journal[0].data.size(), sizeof(AudioParams));
     AudioParams sent;
@@ -220,14 +207,14 @@ TEST_F(JsonSettings, PayloadBytes) {
     EXPECT_EQ(sent.encMode, 1u);
 
     sys.journal.clear();
-    ask(json_set_ctrl, R"({"audio":{"volume":10,"hdmiAudEn":0,"ndiAudEn":1}})");
+    json_reply(json_set_ctrl, R"({"audio":{"volume":10,"hdmiAudEn":0,"ndiAudEn":1}})");
     ASSERT_EQ(sys.ids(), (std::vector<uint32_t>{58, 59, 60}));
     for (const fake::Command& c : sys.journal) EXPECT_EQ(c.data.size(), 4u) << c.id;
     EXPECT_EQ(sys.journal[0].data[0], 10);
 
     // A refused NTP member leaves what was written before it in the record.
     sys.journal.clear();
-    EXPECT_EQ(ask(json_set_ctrl, R"({"NTP":{"port":99,"enable":"yes"}})"), R"({"NTP":false,"status":false})");
+    EXPECT_EQ(json_reply(json_set_ctrl, R"({"NTP":{"port":99,"enable":"yes"}})"), R"({"NTP":false,"status":false})");
     EXPECT_TRUE(sys.journal.empty());
     EXPECT_EQ(sys.info().ntp.port, 99u);
 }
@@ -236,7 +223,7 @@ TEST_F(JsonSettings, RefusedCommandAnswersFalse) {
     sys.refuse = {30, 31, 32, 57, 70};
     for (const char* request : {R"({"gb28181":{"enable":0}})", R"({"FreeD":{"enable":1}})",
                                 R"({"record":{"sel":1}})", R"({"audio":{"enable":0}})", R"({"NTP":{"port":1}})"}) {
-        const std::string reply = ask(json_set_ctrl, request);
+        const std::string reply = json_reply(json_set_ctrl, request);
         EXPECT_NE(reply.find(":false,\"status\":false}"), std::string::npos) << request << " → " << reply;
     }
 }
@@ -245,8 +232,8 @@ TEST_F(JsonSettings, MissingRecordAnswersFalse) {
     sys.present = false;
     for (const char* section : {"audio", "record", "gb28181", "FreeD", "NTP"}) {
         const std::string name = std::string("\"") + section + "\"";
-        EXPECT_EQ(ask(json_get_ctrl, "{" + name + ":true}"), "{" + name + ":false,\"status\":false}");
-        EXPECT_EQ(ask(json_set_ctrl, "{" + name + ":{}}"), "{" + name + ":false,\"status\":false}");
+        EXPECT_EQ(json_reply(json_get_ctrl, "{" + name + ":true}"), "{" + name + ":false,\"status\":false}");
+        EXPECT_EQ(json_reply(json_set_ctrl, "{" + name + ":{}}"), "{" + name + ":false,\"status\":false}");
     }
     EXPECT_TRUE(sys.journal.empty());
 }

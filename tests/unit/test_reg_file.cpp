@@ -14,7 +14,7 @@
 
 #include <cjson/cJSON.h>
 
-#include "cgi/output.h"
+#include "json_reply.h"
 #include "json/json_ctrl_func.h"
 #include "json/json_reg.h"
 #include "support/memmap.h"
@@ -41,19 +41,6 @@ protected:
     std::string slurp(const std::string& name) const {
         std::ifstream in(dir_ / name, std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};
-    }
-    // The dispatcher's reply to `request`, made with GET, as compact text.
-    static std::string ask(int (*dispatcher)(const char*), const std::string& request) {
-        setenv("REQUEST_METHOD", "GET", 1);
-        OutputCapture capture;
-        dispatcher(request.c_str());
-        const std::string& out = capture.text();
-        cJSON* reply = cJSON_Parse(out.c_str() + out.find("\r\n\r\n") + 4);
-        char* compact = cJSON_PrintUnformatted(reply);
-        std::string text = compact != nullptr ? compact : "(unparsable)";
-        cJSON_free(compact);
-        cJSON_Delete(reply);
-        return text;
     }
     fs::path dir_;
     std::string device_;
@@ -136,7 +123,7 @@ TEST_F(RegFile, Sections) {
         {"file ctrl is not readable", false, R"({"file ctrl":{"path":"ten.bin"}})",
          R"({"file ctrl":false,"status":false})"},
     };
-    for (const Exchange& x : rows) EXPECT_EQ(ask(x.set ? json_set_ctrl : json_get_ctrl, x.request), x.reply) << x.name;
+    for (const Exchange& x : rows) EXPECT_EQ(json_reply(x.set ? json_set_ctrl : json_get_ctrl, x.request), x.reply) << x.name;
     EXPECT_EQ(slurp("ten.bin"), "0123AB6789");
     EXPECT_EQ(slurp("new.bin"), std::string("\0\0\0\0AB", 6));
     EXPECT_EQ(slurp("one.bin"), "A");
