@@ -15,7 +15,6 @@ namespace {
 // ---- writing: each member sends its operation ------------------------------------------
 
 // A waited send's result is not looked at: the answer comes from the area.
-// The row's `arg` is its operation's place in the operation table.
 const visca::Row& op_of(const Field& row) { return visca::kRows[row.arg]; }
 // A value the operation cannot carry is refused before anything is sent.
 bool sent(const visca::Row& op, int status) {
@@ -43,28 +42,15 @@ cJSON* read_limit_after(const Field&, const uint8_t*, int) {
     return cJSON_CreateNumber(image_row_get(visca::row("ai_pt_limit_get")));
 }
 
-using Sender = bool (*)(const Field&, FieldWrite&, const cJSON*, int);
-
+// A row's `arg` is its operation's place in the operation table.
 consteval Field area(std::string_view key, uint16_t offset, std::string_view op) {
-    Field f{key, FieldForm::u8, offset};
-    f.arg = visca::index_of(op);
-    f.write = send_number;
-    return f;
+    return field(key, FieldForm::u8, offset).with_arg(visca::index_of(op)).written_by(send_number);
 }
-consteval Field action(std::string_view key, std::string_view op, Sender send) {
-    Field f{key, FieldForm::own};
-    f.in = 0;
-    f.arg = visca::index_of(op);
-    f.write = send;
-    return f;
+consteval Field action(std::string_view key, std::string_view op, Field::Writer send) {
+    return own_field(key).only_in(0).with_arg(visca::index_of(op)).written_by(send);
 }
-consteval Field limit(uint8_t in, cJSON* (*read)(const Field&, const uint8_t*, int)) {
-    Field f{"PTLimit", FieldForm::own};
-    f.in = in;
-    f.read = read;
-    f.arg = visca::index_of("ai_pt_limit_set");
-    f.write = send_number;
-    return f;
+consteval Field limit(uint8_t in, Field::Reader read) {
+    return action("PTLimit", "ai_pt_limit_set", send_number).only_in(in).read_by(read);
 }
 
 constexpr auto kFields = std::to_array<Field>({

@@ -59,50 +59,31 @@ bool compressed(const uint8_t* block) {
     return audio->encMode == kCodecAac || audio->encMode == kCodecOpus;
 }
 
-constexpr Field words(std::string_view key, uint16_t offset, Words list, uint8_t in = kInAll) {
-    Field f{key, FieldForm::words, offset, 4, list};
-    f.in = in;
-    return f;
-}
-constexpr Field number(std::string_view key, FieldForm form, uint16_t offset, uint8_t in = kInAll) {
-    Field f{key, form, offset};
-    f.in = in;
-    return f;
-}
-constexpr Field aside(std::string_view key, FieldForm form, uint16_t offset, int slot) {
-    Field f{key, form, offset};
-    f.arg = slot;
-    f.write = keep_aside;
-    return f;
-}
-constexpr Field read_only(Field f) {
-    f.writable = false;
-    return f;
-}
-
 constexpr uint8_t kRead = kInWhole | kInKeyed;
+constexpr uint16_t kCode = 4;  // the codes are 32-bit words
+
+constexpr Field aside(std::string_view key, FieldForm form, uint16_t offset, int slot) {
+    return field(key, form, offset).with_arg(slot).written_by(keep_aside);
+}
 
 constexpr auto kFields = std::to_array<Field>({
-    words("inputSel", offsetof(AudioParams, inputSel), kInputs, kInWhole),
-    number("enable", FieldForm::i32, offsetof(AudioParams, enable)),
-    number("samplerate", FieldForm::u32, offsetof(AudioParams, samplerate)),
-    number("bitwidth", FieldForm::u32, offsetof(AudioParams, bitwidth)),
-    words("soundMode", offsetof(AudioParams, soundMode), kSoundModes),
-    [] {
-        Field f = words("encMode", offsetof(AudioParams, encMode), kCodecs);
-        f.write = write_codec;
-        return f;
-    }(),
-    number("bitrate", FieldForm::u32, offsetof(AudioParams, bitrate), kRead),
-    [] {
-        Field f = read_only(number("bitrate", FieldForm::u32, offsetof(AudioParams, bitrate), kInAfter));
-        f.shown = compressed;
-        return f;
-    }(),
+    word_field("inputSel", offsetof(AudioParams, inputSel), kCode, kInputs).only_in(kInWhole),
+    field("enable", FieldForm::i32, offsetof(AudioParams, enable)),
+    field("samplerate", FieldForm::u32, offsetof(AudioParams, samplerate)),
+    field("bitwidth", FieldForm::u32, offsetof(AudioParams, bitwidth)),
+    word_field("soundMode", offsetof(AudioParams, soundMode), kCode, kSoundModes),
+    word_field("encMode", offsetof(AudioParams, encMode), kCode, kCodecs).written_by(write_codec),
+    field("bitrate", FieldForm::u32, offsetof(AudioParams, bitrate)).only_in(kRead),
+    field("bitrate", FieldForm::u32, offsetof(AudioParams, bitrate))
+        .only_in(kInAfter)
+        .read_only()
+        .shown_when(compressed),
     aside("volume", FieldForm::u16, offsetof(AudioParams, volume), 0),
     aside("hdmiAudEn", FieldForm::u8, offsetof(AudioParams, hdmiAudEn), 1),
     aside("ndiAudEn", FieldForm::u8, offsetof(AudioParams, ndiAudEn), 2),
-    read_only(words("inputSel", offsetof(AudioParams, soundMode), kInputsBySoundMode, kInKeyed)),
+    word_field("inputSel", offsetof(AudioParams, soundMode), kCode, kInputsBySoundMode)
+        .only_in(kInKeyed)
+        .read_only(),
 });
 
 constexpr SettingsBlock kBlock{kFields, offsetof(SysInfo, audio), sizeof(AudioParams), kCmdAudioBlock};

@@ -14,37 +14,23 @@ namespace {
 constexpr uint32_t kCmdGb28181 = 30;
 constexpr uint32_t kCmdFreed = 31;
 
-constexpr Field number(std::string_view key, FieldForm form, uint16_t offset) { return {key, form, offset}; }
-template <size_t N>
-constexpr Field text(std::string_view key, uint16_t offset) {
-    return {key, FieldForm::text, offset, static_cast<uint16_t>(N)};
-}
-
 // ---- GB28181 ---------------------------------------------------------------------------
 
 using Gb = Gb28181Params;
 
 constexpr auto kGbFields = std::to_array<Field>({
-    number("enable", FieldForm::i32, offsetof(Gb, enable)),
-    number("sip port", FieldForm::u16, offsetof(Gb, sipPort)),
-    text<sizeof(Gb::serverSipId)>("server sip id", offsetof(Gb, serverSipId)),
-    number("server sip addr", FieldForm::ipv4, offsetof(Gb, serverSipAddr)),
-    number("server sip port", FieldForm::u16, offsetof(Gb, serverSipPort)),
-    text<sizeof(Gb::sipId)>("sip id", offsetof(Gb, sipId)),
-    text<sizeof(Gb::sipPassword)>("sip password", offsetof(Gb, sipPassword)),
-    number("register valid time", FieldForm::i32, offsetof(Gb, registerValidTime)),
-    [] {
-        Field f = number("register state", FieldForm::i32, offsetof(Gb, registerState));
-        f.writable = false;  // the service's own
-        return f;
-    }(),
-    number("heartbeat cycle", FieldForm::i32, offsetof(Gb, heartbeatCycle)),
-    number("stream sel", FieldForm::i32, offsetof(Gb, streamSel)),
-    [] {
-        Field f = number("max heartbeat timeout", FieldForm::i32, offsetof(Gb, maxHeartbeatTimeout));
-        f.exact_name = true;
-        return f;
-    }(),
+    field("enable", FieldForm::i32, offsetof(Gb, enable)),
+    field("sip port", FieldForm::u16, offsetof(Gb, sipPort)),
+    text_field("server sip id", offsetof(Gb, serverSipId), sizeof(Gb::serverSipId)),
+    field("server sip addr", FieldForm::ipv4, offsetof(Gb, serverSipAddr)),
+    field("server sip port", FieldForm::u16, offsetof(Gb, serverSipPort)),
+    text_field("sip id", offsetof(Gb, sipId), sizeof(Gb::sipId)),
+    text_field("sip password", offsetof(Gb, sipPassword), sizeof(Gb::sipPassword)),
+    field("register valid time", FieldForm::i32, offsetof(Gb, registerValidTime)),
+    field("register state", FieldForm::i32, offsetof(Gb, registerState)).read_only(),  // the service's own
+    field("heartbeat cycle", FieldForm::i32, offsetof(Gb, heartbeatCycle)),
+    field("stream sel", FieldForm::i32, offsetof(Gb, streamSel)),
+    field("max heartbeat timeout", FieldForm::i32, offsetof(Gb, maxHeartbeatTimeout)).exact(),
 });
 
 constexpr SettingsBlock kGbBlock{kGbFields, offsetof(SysInfo, gb28181), sizeof(Gb), kCmdGb28181};
@@ -118,34 +104,19 @@ bool write_rate(const Field&, FieldWrite& ctx, const cJSON* item, int) {
 bool by_frequency(const uint8_t* block) { return freed(block).rateSel != 0; }
 bool by_interval(const uint8_t* block) { return freed(block).rateSel == 0; }
 
-constexpr Field own_write(Field f, bool (*write)(const Field&, FieldWrite&, const cJSON*, int)) {
-    f.write = write;
-    return f;
-}
-constexpr Field shown_when(Field f, bool (*shown)(const uint8_t*)) {
-    f.shown = shown;
-    return f;
-}
-
 constexpr auto kFreedFields = std::to_array<Field>({
-    number("enable", FieldForm::i16, offsetof(Freed, enable)),
-    number("ID", FieldForm::u8, offsetof(Freed, id)),
-    {"mode", FieldForm::words, offsetof(Freed, mode), 1, kModes},
-    [] {
-        Field f{"client", FieldForm::own};
-        f.count = kFreedClients;
-        f.read = read_client;
-        f.write = write_client;
-        return f;
-    }(),
-    own_write(number("ip", FieldForm::ipv4, offsetof(Freed, clientIp)), write_first_ip),
-    own_write(number("port", FieldForm::u16, offsetof(Freed, clientPort)), write_first_port),
-    shown_when(own_write(number("frequency", FieldForm::u16, offsetof(Freed, frequency)),
-                         write_rate<&Freed::frequency, 1>),
-               by_frequency),
-    shown_when(own_write(number("interval", FieldForm::u16, offsetof(Freed, interval)),
-                         write_rate<&Freed::interval, 0>),
-               by_interval),
+    field("enable", FieldForm::i16, offsetof(Freed, enable)),
+    field("ID", FieldForm::u8, offsetof(Freed, id)),
+    word_field("mode", offsetof(Freed, mode), 1, kModes),
+    own_field("client").indexed(kFreedClients).read_by(read_client).written_by(write_client),
+    field("ip", FieldForm::ipv4, offsetof(Freed, clientIp)).written_by(write_first_ip),
+    field("port", FieldForm::u16, offsetof(Freed, clientPort)).written_by(write_first_port),
+    field("frequency", FieldForm::u16, offsetof(Freed, frequency))
+        .written_by(write_rate<&Freed::frequency, 1>)
+        .shown_when(by_frequency),
+    field("interval", FieldForm::u16, offsetof(Freed, interval))
+        .written_by(write_rate<&Freed::interval, 0>)
+        .shown_when(by_interval),
 });
 
 constexpr SettingsBlock kFreedBlock{kFreedFields, offsetof(SysInfo, freed), sizeof(Freed), kCmdFreed};

@@ -21,20 +21,12 @@ cJSON* read_state(const Field&, const uint8_t*, int) {
     return cJSON_CreateNumber(access(kReadyFile, F_OK) == 0 ? 1 : 0);
 }
 
-constexpr Field number(std::string_view key, uint16_t offset) { return {key, FieldForm::u32, offset}; }
-
 constexpr auto kFields = std::to_array<Field>({
-    number("enable", offsetof(NtpParams, enable)),
-    {"server address", FieldForm::text, offsetof(NtpParams, serverAddress), sizeof(NtpParams::serverAddress)},
-    number("port", offsetof(NtpParams, port)),
-    number("update interval", offsetof(NtpParams, updateInterval)),
-    [] {
-        Field f{"state", FieldForm::own};
-        f.writable = false;
-        f.in = kInKeyed;
-        f.read = read_state;
-        return f;
-    }(),
+    field("enable", FieldForm::u32, offsetof(NtpParams, enable)),
+    text_field("server address", offsetof(NtpParams, serverAddress), sizeof(NtpParams::serverAddress)),
+    field("port", FieldForm::u32, offsetof(NtpParams, port)),
+    field("update interval", FieldForm::u32, offsetof(NtpParams, updateInterval)),
+    own_field("state").only_in(kInKeyed).read_only().read_by(read_state),
 });
 
 uint8_t* stored_block() {

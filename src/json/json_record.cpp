@@ -55,18 +55,7 @@ bool schedule_ok(const uint8_t* block) {
     return true;
 }
 
-constexpr Field byte(std::string_view key, uint16_t offset) { return {key, FieldForm::u8, offset}; }
-constexpr Field kept(Field f) {
-    f.writable = false;
-    return f;
-}
-constexpr Field tasks() {
-    Field f{"task", FieldForm::own};
-    f.count = kRecordTasks;
-    f.read = read_task;
-    f.write = write_task;
-    return f;
-}
+constexpr Field byte(std::string_view key, uint16_t offset) { return field(key, FieldForm::u8, offset); }
 
 constexpr auto kFields = std::to_array<Field>({
     byte("enable", offsetof(RecordParams, enable)),
@@ -75,11 +64,12 @@ constexpr auto kFields = std::to_array<Field>({
     byte("mode", offsetof(RecordParams, mode)),
     byte("loopRec", offsetof(RecordParams, loopRec)),
     byte("format", offsetof(RecordParams, format)),
-    tasks(),
+    own_field("task").indexed(kRecordTasks).read_by(read_task).written_by(write_task),
     byte("manual", offsetof(RecordParams, manual)),
-    kept(byte("state", offsetof(RecordParams, state))),
-    kept({"keepTime", FieldForm::i32, offsetof(RecordParams, keepTime)}),
-    kept({"filename", FieldForm::text, offsetof(RecordParams, filename), sizeof(RecordParams::filename)}),
+    // kept by the recorder
+    byte("state", offsetof(RecordParams, state)).read_only(),
+    field("keepTime", FieldForm::i32, offsetof(RecordParams, keepTime)).read_only(),
+    text_field("filename", offsetof(RecordParams, filename), sizeof(RecordParams::filename)).read_only(),
 });
 
 constexpr SettingsBlock kBlock{kFields, offsetof(SysInfo, record), sizeof(RecordParams), kCmdRecord};

@@ -123,8 +123,33 @@ struct Field {
     bool (*write)(const Field& row, FieldWrite& ctx, const cJSON* item, int index) = nullptr;
     // Answered in the whole and after-write answers only when this holds.
     bool (*shown)(const uint8_t* block) = nullptr;
+
+    // Modifiers, so that a table row reads like the columns it sets.
+    using Reader = cJSON* (*)(const Field&, const uint8_t*, int);
+    using Writer = bool (*)(const Field&, FieldWrite&, const cJSON*, int);
+    // clang-format off
+    constexpr Field only_in(uint8_t answers) const { Field f = *this; f.in = answers; return f; }
+    constexpr Field read_only() const { Field f = *this; f.writable = false; return f; }
+    constexpr Field read_by(Reader fn) const { Field f = *this; f.read = fn; return f; }
+    constexpr Field written_by(Writer fn) const { Field f = *this; f.write = fn; return f; }
+    constexpr Field shown_when(bool (*fn)(const uint8_t*)) const { Field f = *this; f.shown = fn; return f; }
+    constexpr Field indexed(uint8_t n) const { Field f = *this; f.count = n; return f; }
+    constexpr Field with_arg(int a) const { Field f = *this; f.arg = a; return f; }
+    constexpr Field exact() const { Field f = *this; f.exact_name = true; return f; }
+    // clang-format on
 };
 using Fields = std::span<const Field>;
+
+// Row constructors: a number of the given width, a text of `size` bytes, a
+// code of `width` bytes answered as its word, and a row of functions only.
+constexpr Field field(std::string_view key, FieldForm form, uint16_t offset) { return {key, form, offset}; }
+constexpr Field text_field(std::string_view key, uint16_t offset, uint16_t size) {
+    return {key, FieldForm::text, offset, size};
+}
+constexpr Field word_field(std::string_view key, uint16_t offset, uint16_t width, Words words) {
+    return {key, FieldForm::words, offset, width, words};
+}
+constexpr Field own_field(std::string_view key) { return {key, FieldForm::own}; }
 
 // How a section reads a request that is not `true`.
 struct ReadRules {
