@@ -10,6 +10,7 @@
 
 #include "ipc/sys_port.h"
 #include "json/json_section.h"
+#include "support/owners.h"
 
 namespace {
 
@@ -48,20 +49,15 @@ int json_ntp_get_ctrl(cJSON* member, cJSON* reply) {
 int json_ntp_set_ctrl(cJSON* member, cJSON* reply) {
     if (member == nullptr) return -1;
     uint8_t* block = stored_block();
-    cJSON* taken = block != nullptr ? cJSON_CreateObject() : nullptr;
-    if (taken == nullptr) {
+    JsonTree taken(block != nullptr ? cJSON_CreateObject() : nullptr);
+    if (!taken) {
         json_answer_false(reply, member->string);
         return -1;
     }
-    taken->string = member->string;  // borrowed for the reading below
     FieldWrite ctx{block, nullptr, reply};
-    int result = fields_apply(kFields, ctx, member, taken);
-    if (result == 0 && sys_send(kCmdNtp, block, sizeof(NtpParams)) != 0) result = -1;
-    if (result == 0)
-        result = fields_read(kFields, block, taken, reply, {.non_true_fails = false});
-    else
+    if (fields_apply(kFields, ctx, member, taken.get()) != 0 || sys_send(kCmdNtp, block, sizeof(NtpParams)) != 0) {
         json_answer_false(reply, member->string);
-    taken->string = nullptr;
-    cJSON_Delete(taken);
-    return result;
+        return -1;
+    }
+    return fields_read(kFields, block, taken.get(), member->string, reply, {.non_true_fails = false});
 }

@@ -224,13 +224,14 @@ void fields_answer(Fields table, const uint8_t* block, cJSON* answer, uint8_t in
     }
 }
 
-int fields_read(Fields table, const uint8_t* block, cJSON* member, cJSON* reply, ReadRules rules) {
+int fields_read(Fields table, const uint8_t* block, const cJSON* member, const char* section, cJSON* reply,
+                ReadRules rules) {
     if (member == nullptr) return -1;
     const bool usable = block != nullptr && reply != nullptr &&
                         (cJSON_IsTrue(member) || cJSON_IsObject(member) || rules.other_is_empty);
     cJSON* answer = usable ? cJSON_CreateObject() : nullptr;
     if (answer == nullptr) {
-        json_answer_false(reply, member->string);
+        json_answer_false(reply, section);
         return -1;
     }
     int result = 0;
@@ -256,8 +257,12 @@ int fields_read(Fields table, const uint8_t* block, cJSON* member, cJSON* reply,
             }  // a code without a word answers nothing
         }
     }
-    json_answer(reply, member->string, answer);
+    json_answer(reply, section, answer);
     return result;
+}
+
+int fields_read(Fields table, const uint8_t* block, cJSON* member, cJSON* reply, ReadRules rules) {
+    return fields_read(table, block, member, member != nullptr ? member->string : nullptr, reply, rules);
 }
 
 int fields_apply(Fields table, FieldWrite& ctx, const cJSON* member, cJSON* answer) {

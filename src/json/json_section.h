@@ -171,6 +171,9 @@ void fields_answer(Fields table, const uint8_t* block, cJSON* answer, uint8_t in
 // object answers its members whose value is true, under the request's
 // spelling; a missing block answers the section false. 0 or -1.
 int fields_read(Fields table, const uint8_t* block, cJSON* member, cJSON* reply, ReadRules rules = {});
+// The same for a request object answered under the section key `section`.
+int fields_read(Fields table, const uint8_t* block, const cJSON* request, const char* section, cJSON* reply,
+                ReadRules rules = {});
 
 // Applies every member of `member` to the block in order, all of them even
 // after a refusal. When `answer` is given each member is answered there,
