@@ -39,22 +39,21 @@ const CamTransport* g_transport = nullptr;
 // not wait for it again: every further inquiry fails at once.
 bool g_camera_silent = false;
 
+bool refused(const uint8_t* packet, int length) {
+    if (visca::framed(packet, length)) return false;
+    LOG_ERR("packet refused: a value breaks its framing\n");
+    return true;
+}
+
 int chan_wait(uint8_t* packet, int length, int* capacity) {
-    if (!visca::framed(packet, length)) {
-        LOG_ERR("packet refused: a value breaks its framing\n");
-        return -1;
-    }
-    if (g_camera_silent) return -1;
+    if (refused(packet, length) || g_camera_silent) return -1;
     if (g_transport && g_transport->wait) return g_transport->wait(packet, length, capacity);
     const int result = TramsMsg2Cam(packet, length, capacity);
     if (result < 0 && CamMsgLastTimedOut() != 0) g_camera_silent = true;
     return result;
 }
 int chan_nowait(const uint8_t* packet, int length) {
-    if (!visca::framed(packet, length)) {
-        LOG_ERR("packet refused: a value breaks its framing\n");
-        return -1;
-    }
+    if (refused(packet, length)) return -1;
     return g_transport && g_transport->nowait ? g_transport->nowait(packet, length)
                                               : TramsMsg2CamNowait(packet, length);
 }
