@@ -41,7 +41,14 @@ std::string poll_ptz(std::string_view cmd, const std::string& want) {
 
 // Resets the image settings to the camera's defaults (auto exposure, shutter
 // step 11, frame rate 30, colour temperature 5000).
-void image_defaults() { get("func=set{\"image\":{\"image_reset\":1}}"); }
+// The reset goes out without waiting; the sentinel inquiry after it makes
+// sure it has reached the journal before the next test marks it.
+void image_defaults() {
+    Journal visca("visca.log");
+    visca.mark();
+    get("func=set{\"image\":{\"image_reset\":1}}");
+    visca_until_sentinel(visca);
+}
 
 class RemoteE2E : public ::testing::Test {
 protected:
