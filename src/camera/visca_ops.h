@@ -94,24 +94,10 @@ struct Row {
 
 // ---- row builders, so a table line reads like the operation it describes ----
 constexpr Row get(std::string_view n, Packet p, Form f, uint8_t reply = 0, uint8_t exact = 0) {
-    Row r;
-    r.name = n;
-    r.kind = Kind::Get;
-    r.packet = p;
-    r.form = f;
-    r.reply = reply;
-    r.exact = exact;
-    return r;
+    return Row{.name = n, .kind = Kind::Get, .packet = p, .form = f, .reply = reply, .exact = exact};
 }
 constexpr Row set(std::string_view n, Packet p, Enc e = Enc::None, uint8_t pos = 0, Gate g = {}) {
-    Row r;
-    r.name = n;
-    r.kind = Kind::Set;
-    r.packet = p;
-    r.enc = e;
-    r.pos = pos;
-    r.gate = g;
-    return r;
+    return Row{.name = n, .kind = Kind::Set, .packet = p, .enc = e, .pos = pos, .gate = g};
 }
 constexpr Row set_wait(std::string_view n, Packet p, Enc e, uint8_t pos, uint8_t reply = 0) {
     Row r = set(n, p, e, pos);
