@@ -35,7 +35,7 @@ readonly LAN_MAC=02:00:c0:a8:01:01
 
 # Firmware programs that would act on the host or need hardware: found on the
 # PATH, or at their absolute camera paths.
-readonly PATH_STANDINS=(date hwclock sd-automount mkfs.vfat mkntfs mount umount)
+readonly PATH_STANDINS=(date hwclock sd-automount mkfs.vfat mkntfs mount umount dmesg)
 readonly FIRMWARE_STANDINS=(/opt/ipnc/dhcpcd/dhcpcd /opt/ipnc/sys_update /opt/ipnc/websocketserver)
 # Simulated peers, started in this order before the responder.
 readonly SIMULATORS=(logcollector syssim camsim)
@@ -91,6 +91,17 @@ inside() {
   mount --bind "$run/console.log" /dev/console 2>/dev/null || say "cannot redirect /dev/console"
   mount --bind "$run/root/tmp" /tmp || { say "cannot mount /tmp"; exit 1; }
 
+  # The SD card: a small file system of its own at /mnt/sd with a few
+  # recordings, fresh at every start.
+  if mount -t tmpfs -o size=8m,mode=0755 sandbox-sd /mnt/sd; then
+    mkdir -p /mnt/sd/DCIM
+    for f in REC_0001.mp4 REC_0002.mp4 REC_0003.mp4; do
+      head -c 65536 /dev/zero >"/mnt/sd/DCIM/$f"
+    done
+  else
+    say "cannot mount the SD card"
+  fi
+
   # Network: the camera end is eth0, the LAN end sits in a namespace held
   # open by a sleeping process.
   ip link set lo up
@@ -110,6 +121,15 @@ inside() {
     ip route add default via "$GATEWAY" || { say "cannot configure eth0"; exit 1; }
   # sysfs of this network namespace (/sys/class/net/eth0/...).
   mount -t sysfs sandbox-sys /sys 2>/dev/null || say "cannot mount /sys for this network"
+
+  # Within a request the responder's shell lines run with the request's
+  # environment, which has no PATH: the shell then looks in /usr/local/sbin
+  # first, and there it finds the stand-ins.
+  if [ -d /usr/local/sbin ]; then
+    mount --bind "$run/bin" /usr/local/sbin || say "cannot cover /usr/local/sbin"
+  else
+    say "no /usr/local/sbin: requests will run the host's programs"
+  fi
 
   # From here on the processes find the stand-ins first, and none of them
   # may set the host's clock or load kernel modules, whatever it runs.
@@ -205,11 +225,18 @@ done
 seed() {  # seed FILE TEXT: writes TEXT unless FILE exists (state survives restarts)
   [ -e "$1" ] || printf '%b' "$2" >"$1"
 }
-standin() {  # standin PATH: a program that only journals how it was called
+# Where run/ is seen from inside the sandbox (see relocate above).
+case "$run/" in
+  /tmp/*|/opt/*|/mnt/*|/etc/*) run_inside=/run/camera-run ;;
+  *) run_inside=$run ;;
+esac
+standin() {  # standin PATH [OUTPUT]: a program that only journals how it
+  # was called, and prints OUTPUT
   cat >"$1" <<EOF
 #!/bin/sh
 # Stand-in for a firmware program: records its path and arguments.
-echo "\$0\${*:+ \$*}" >>"\${CAMERA_RUN_DIR:-$run}/shell.log"
+echo "\$0\${*:+ \$*}" >>"\${CAMERA_RUN_DIR:-$run_inside}/shell.log"
+${2:+printf '%s\\n' '$2'}
 exit 0
 EOF
   chmod 0755 "$1"
@@ -228,6 +255,12 @@ seed "$run/root/etc/resolv.conf" 'nameserver 192.168.1.1\n'
 seed "$run/root/etc/srs.conf" 'listen\t\t1935;\nmax_connections\t1000;\n'
 touch "$run/shell.log"
 for p in "${PATH_STANDINS[@]}"; do standin "$run/bin/$p"; done
+standin "$run/bin/dmesg" '[    0.000000] simulated camera: kernel log'
+# The card reader's status as the storage service leaves it: a card is in.
+seed "$run/root/tmp/sd.status" '1\n'
+seed "$run/root/tmp/sddev" 'mmcblk0p1\n'
+seed "$run/root/opt/params/camera.ini" '[camera]\nname=PTZ-4K1\n'
+mkdir -p "$run/root/opt/ipnc/www"
 for p in "${FIRMWARE_STANDINS[@]}"; do standin "$run/root$p"; done
 
 flags=(--ipc --net --mount --pid --fork --mount-proc --kill-child=SIGKILL)

@@ -147,6 +147,7 @@ void factory_info(SysInfo& si) {
 void factory_state(SysState& st) {
     std::memset(&st, 0, sizeof st);
     st.ready = 1;
+    st.sdPresent = 1;  // a card is in the reader
     st.standby = 0;
     st.digitalZoom = 1024 - 128;
     put_text(st.rtmpMainUrl, "rtmp://192.168.1.10/live/main");

@@ -435,6 +435,20 @@ int image_preset_ctrl(int action, int preset) {
 int image_params_reset(int value) { return value ? op_send(row("image_params_reset")) : value; }
 int image_params_save(int value) { return value ? op_send(row("image_params_save")) : 0; }
 
+// ---- identity ----------------------------------------------------------------------------
+// The version inquiry answers 90 50, the version text, FF.
+int image_camera_version(char* out, size_t size) {
+    if (out == nullptr || size == 0) return -1;
+    std::array<uint8_t, 128> reply{0x81, 0x09, 0x00, 0x03, 0xFF};
+    int capacity = static_cast<int>(reply.size());
+    const int n = chan_wait(reply.data(), 5, &capacity);
+    if (n < 3 || reply[1] != 0x50) return -1;
+    const size_t length = std::min(static_cast<size_t>(std::min(n, static_cast<int>(reply.size()))) - 3, size - 1);
+    std::memcpy(out, reply.data() + 2, length);
+    out[length] = '\0';
+    return 0;
+}
+
 // ---- drives ------------------------------------------------------------------------------
 int image_zoom_ctrl(int direction, int speed) {
     if (speed < 0 || speed > 7) return -1;

@@ -3,6 +3,7 @@
 // return the decoded value or -1.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 // ---- named-choice settings (words compared without regard to case) --------
@@ -62,6 +63,9 @@ int image_preset_query(int preset);             // first reply byte or -1
 int image_preset_ctrl(int action, int preset);  // 0 store, 1 recall, 2 clear
 int image_params_reset(int value);
 int image_params_save(int value);
+
+// ---- identity: the camera's version text, 0 or -1 ----------------------------------
+int image_camera_version(char* out, size_t size);
 
 // ---- drives and moves ------------------------------------------------------------
 int image_zoom_ctrl(int direction, int speed);   // 0 stop, 1 in, 2 out; speed 0..7

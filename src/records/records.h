@@ -206,10 +206,11 @@ static_assert(sizeof(PowerTask) == 12);
 struct SysState {
     uint32_t magic;              // 0
     uint32_t reserved4;          // 4
-    uint32_t updateProgress;     // 8
-    uint8_t reserved12[8];       // 12
+    uint32_t updateProgress;     // 8   also the update-server flag
+    uint32_t updatePort;         // 12  the update companion's port, once kept
+    uint8_t reserved16[4];       // 16
     uint8_t ready;               // 20
-    uint8_t reserved21;          // 21
+    uint8_t controlHub;          // 21  a control hub is attached
     uint8_t standby;             // 22
     uint8_t user_info;           // 23
     uint32_t reserved24;         // 24
@@ -365,6 +366,8 @@ static_assert(offsetof(SysInfo, record) == 2540);
 
 static_assert(sizeof(SysState) == 704);
 static_assert(offsetof(SysState, updateProgress) == 8);
+static_assert(offsetof(SysState, updatePort) == 12);
+static_assert(offsetof(SysState, controlHub) == 21);
 static_assert(offsetof(SysState, ready) == 20);
 static_assert(offsetof(SysState, standby) == 22);
 static_assert(offsetof(SysState, user_info) == 23);

@@ -252,11 +252,18 @@ int ini_rewrite(const char* path, const std::vector<std::string>& lines, std::st
 
 }  // namespace
 
+namespace {
+int (*g_shell)(const char* command) = nullptr;
+}
+
+void pox_system_set_runner(int (*runner)(const char* command)) { g_shell = runner; }
+
 int pox_system(const char* command) {
     if (!command) {
         LOG_ERR("Exec %s failed!\n", "NULL");
         return -1;
     }
+    if (g_shell != nullptr) return g_shell(command);
     int status;
     {
         DefaultChildSignal guard;

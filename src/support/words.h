@@ -2,8 +2,10 @@
 // shape of a word list (a word and its code), looked up either way.
 #pragma once
 
+#include <string.h>
 #include <strings.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -15,6 +17,12 @@ inline bool same_word(std::string_view a, std::string_view b) {
 // The same against a C string that may be null (null matches nothing).
 inline bool same_word(const char* a, std::string_view b) {
     return a != nullptr && same_word(std::string_view(a), b);
+}
+
+// A stored text field, bounded by its array even when it lacks its zero.
+template <size_t N>
+std::string_view field_text(const char (&field)[N]) {
+    return {field, strnlen(field, N)};
 }
 
 // A named choice: the word as the protocol spells it and its code.

@@ -274,7 +274,7 @@ TEST(SandboxFaults, FullTmpLeavesNothingBehind) {
     const pid_t pid = responder_pid();
     ASSERT_GT(pid, 0);
     const std::string mounted = run_inside(
-        pid, "/usr/bin/mount -t tmpfs -o size=64k full /tmp && dd if=/dev/zero of=/tmp/filler bs=4k 2>/dev/null; echo mounted");
+        pid, "/usr/bin/mount -t tmpfs -o size=64k full /tmp && dd if=/dev/zero of=/tmp/filler bs=4k count=64 2>/dev/null; echo mounted");
     ASSERT_NE(mounted.find("mounted"), std::string::npos) << mounted;
     const std::string feature = body_of(get("func=set{\"image\":{\"feature\":{\"0\":{\"size\":3}}}}"));
     const std::string snap = body_of(get("func=set{\"image\":{\"snap\":1}}"));
