@@ -271,6 +271,26 @@ bool info_raw(Server& s, const Row& r, Payload p) {
     return true;
 }
 
+// The camera's system server puts a new static address, mask or gateway on
+// the interface at once: the whole addressing is laid on eth0 again from
+// the record (a DHCP camera keeps the address it has).
+bool set_addressing(Server& s, const Row& r, Payload p) {
+    if (!info_raw(s, r, p)) return false;
+    const SysInfo& si = s.info();
+    if (si.dhcp != 0) return true;
+    const int prefix = __builtin_popcount(si.netmask);
+    char addr[INET_ADDRSTRLEN], gw[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &si.ip, addr, sizeof addr);
+    inet_ntop(AF_INET, &si.gateway, gw, sizeof gw);
+    char line[256];
+    std::snprintf(line, sizeof line,
+                  "ip addr flush dev eth0 && ip addr add %s/%d brd + dev eth0 && "
+                  "{ ip route replace default via %s dev eth0 2>/dev/null || true; }",
+                  addr, prefix, gw);
+    if (std::system(line) != 0) std::fprintf(stderr, "syssim: could not apply %s/%d via %s\n", addr, prefix, gw);
+    return true;
+}
+
 bool state_raw(Server& s, const Row& r, Payload p) {
     if (p.size() < r.width) return false;
     std::memcpy(s.state_bytes() + r.offset, p.data(), r.width);
@@ -291,7 +311,13 @@ bool narrow_int(uint8_t* base, const Row& r, Payload p) {
 }
 
 bool info_int(Server& s, const Row& r, Payload p) { return narrow_int(s.info_bytes(), r, p); }
-bool state_int(Server& s, const Row& r, Payload p) { return narrow_int(s.state_bytes(), r, p); }
+// A push switched on reports itself pushing (status 1) at once; off, 0. The
+// status byte follows the enable byte.
+bool set_push(Server& s, const Row& r, Payload p) {
+    if (!narrow_int(s.state_bytes(), r, p)) return false;
+    s.state_bytes()[r.offset + 1] = s.state_bytes()[r.offset] != 0 ? 1 : 0;
+    return true;
+}
 
 // Text payload (with or without its terminator) into a zero-padded field.
 bool copy_text(uint8_t* field, size_t width, Payload p) {
@@ -430,10 +456,10 @@ bool set_time_zone(Server& s, const Row&, Payload p) {
 #define STATE(f) offsetof(SysState, f)
 
 constexpr Row kCommands[] = {
-    {0, "ip address", info_raw, INFO(ip), 4},
+    {0, "ip address", set_addressing, INFO(ip), 4},
     {1, "mac address", set_mac, 0, 0},
-    {2, "gateway", info_raw, INFO(gateway), 4},
-    {3, "netmask", info_raw, INFO(netmask), 4},
+    {2, "gateway", set_addressing, INFO(gateway), 4},
+    {3, "netmask", set_addressing, INFO(netmask), 4},
     {4, "dns", info_raw, INFO(dns), 4},
     {5, "dhcp", info_int, INFO(dhcp), 1},
     {6, "rtsp port", info_raw, INFO(rtspPort), 2},
@@ -468,8 +494,8 @@ constexpr Row kCommands[] = {
     {36, "encoder request", journal_only, 0, 4},
     {37, "rtmp main url", state_text, STATE(rtmpMainUrl), sizeof(SysState::rtmpMainUrl)},
     {38, "rtmp sub url", state_text, STATE(rtmpSubUrl), sizeof(SysState::rtmpSubUrl)},
-    {39, "rtmp main enable", state_int, STATE(rtmpMainEnable), 1},
-    {40, "rtmp sub enable", state_int, STATE(rtmpSubEnable), 1},
+    {39, "rtmp main enable", set_push, STATE(rtmpMainEnable), 1},
+    {40, "rtmp sub enable", set_push, STATE(rtmpSubEnable), 1},
     {41, "snapshot", take_snapshot, 0, 0},
     {47, "video output", info_raw, INFO(vo_en), 4},
     {49, "digital zoom", state_raw, STATE(digitalZoom), 4},

@@ -449,6 +449,19 @@ int image_camera_version(char* out, size_t size) {
     return 0;
 }
 
+// Tells the camera module the device's address: 81 01 08 AB, each octet as
+// its high and low nibble, FF; nothing is awaited.
+int image_announce_addr(uint32_t addr) {
+    std::array<uint8_t, 13> packet{0x81, 0x01, 0x08, 0xAB};
+    const auto* octet = reinterpret_cast<const uint8_t*>(&addr);  // network order: first octet first
+    for (size_t i = 0; i < 4; ++i) {
+        packet[4 + 2 * i] = static_cast<uint8_t>(octet[i] >> 4);
+        packet[5 + 2 * i] = static_cast<uint8_t>(octet[i] & 0x0F);
+    }
+    packet[12] = 0xFF;
+    return chan_nowait(packet.data(), static_cast<int>(packet.size())) < 0 ? -1 : 0;
+}
+
 // ---- drives ------------------------------------------------------------------------------
 int image_zoom_ctrl(int direction, int speed) {
     if (speed < 0 || speed > 7) return -1;

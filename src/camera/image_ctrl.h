@@ -66,6 +66,8 @@ int image_params_save(int value);
 
 // ---- identity: the camera's version text, 0 or -1 ----------------------------------
 int image_camera_version(char* out, size_t size);
+// The device's IPv4 address (network byte order) told to the camera module.
+int image_announce_addr(uint32_t addr);
 
 // ---- drives and moves ------------------------------------------------------------
 int image_zoom_ctrl(int direction, int speed);   // 0 stop, 1 in, 2 out; speed 0..7

@@ -19,12 +19,14 @@
 #include "ipc/sys_port.h"
 #include "json/json_ai.h"
 #include "json/json_audio.h"
+#include "json/json_ethernet.h"
 #include "json/json_gb28181.h"
 #include "json/json_image.h"
 #include "json/json_ntp.h"
 #include "json/json_record.h"
 #include "json/json_reg.h"
 #include "json/json_section.h"
+#include "json/json_stream_out.h"
 #include "json/json_system.h"
 #include "net/net_config.h"
 #include "support/log.h"
@@ -47,11 +49,11 @@ constexpr std::array<JsonSection, 18> kGetSections{{
     {"NTP", SectionValue::any, json_ntp_get_ctrl},
     {"venc", SectionValue::object, json_section_pending},
     {"VencAbility", SectionValue::object, json_section_pending},
-    {"ethernet", SectionValue::object, json_section_pending},
+    {"ethernet", SectionValue::object, json_ethernet_get_ctrl},
     {"system", SectionValue::object, json_system_get_ctrl},
     {"image", SectionValue::object, json_image_get_ctrl},
-    {"rtmp", SectionValue::object, json_section_pending},
-    {"rtp multicast", SectionValue::object, json_section_pending},
+    {"rtmp", SectionValue::object, json_rtmp_get_ctrl},
+    {"rtp multicast", SectionValue::object, json_multicast_get_ctrl},
     {"reg", SectionValue::object, json_reg_get_ctrl},
 }};
 
@@ -60,11 +62,11 @@ constexpr std::array<JsonSection, 18> kSetSections{{
     {"venc", SectionValue::object, json_section_pending},
     {"audio", SectionValue::object, json_audio_set_ctrl},
     {"ai", SectionValue::object, json_ai_set_ctrl},
-    {"ethernet", SectionValue::object, json_section_pending},
+    {"ethernet", SectionValue::object, json_ethernet_set_ctrl},
     {"image", SectionValue::object, json_image_set_ctrl},
     {"system", SectionValue::object, json_system_set_ctrl},
-    {"rtmp", SectionValue::object, json_section_pending},
-    {"rtp multicast", SectionValue::object, json_section_pending},
+    {"rtmp", SectionValue::object, json_rtmp_set_ctrl},
+    {"rtp multicast", SectionValue::object, json_multicast_set_ctrl},
     {"file ctrl", SectionValue::object, json_file_ctrl_set_ctrl},
     {"NTP", SectionValue::object, json_ntp_set_ctrl},
     {"reg", SectionValue::object, json_reg_set_ctrl},

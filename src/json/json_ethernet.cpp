@@ -1,0 +1,278 @@
+// The "ethernet" section: the wired interface's addressing, its MAC address
+// and the service ports. A write merges the request onto the record, checks
+// the merged values, and sends a command for each value that changed, in a
+// fixed order; the first failing step stops the rest.
+#include "json/json_ethernet.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "camera/image_ctrl.h"
+#include "ipc/sys_port.h"
+#include "json/json_access.h"
+#include "json/json_section.h"
+#include "net/net_config.h"
+#include "support/log.h"
+#include "support/owners.h"
+
+namespace {
+
+constexpr const char* kIf = "eth0";
+constexpr size_t kMacTextMax = 20;
+constexpr int kMacPayload = 18;  // "xx:xx:xx:xx:xx:xx" and its zero
+constexpr uint32_t kCmdMac = 1;
+constexpr uint32_t kCmdDhcp = 5;
+
+// ---- reading ------------------------------------------------------------------------
+
+cJSON* dotted(uint32_t addr) {
+    in_addr a{};
+    a.s_addr = addr;
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &a, text, sizeof text);
+    return cJSON_CreateString(text);
+}
+
+// The addressing is read live from the interface, not from the record.
+cJSON* live(const Field& row, const uint8_t*, int) {
+    switch (row.arg) {
+    case 0: return dotted(net_get_ifaddr(kIf));
+    case 1: return dotted(net_get_netmask(kIf));
+    case 2: return dotted(net_get_gateway());
+    default: return dotted(net_get_dns1());
+    }
+}
+
+// The MAC text a request gives is kept aside: it is compared and sent as text.
+struct Pending {
+    std::string mac;
+};
+
+bool take_mac(const Field&, FieldWrite& ctx, const cJSON* item, int) {
+    if (!cJSON_IsString(item) || item->valuestring == nullptr || std::strlen(item->valuestring) > kMacTextMax)
+        return false;
+    static_cast<Pending*>(ctx.extra)->mac = item->valuestring;
+    return true;
+}
+
+constexpr Field address(std::string_view key, uint16_t offset, int live_index) {
+    return field(key, FieldForm::ipv4, offset).with_arg(live_index).read_by(live);
+}
+constexpr Field port(std::string_view key, uint16_t offset) { return field(key, FieldForm::u16, offset); }
+
+constexpr auto kFields = std::to_array<Field>({
+    field("dhcp", FieldForm::u8, offsetof(SysInfo, dhcp)),
+    address("ip", offsetof(SysInfo, ip), 0),
+    address("netmask", offsetof(SysInfo, netmask), 1),
+    address("gateway", offsetof(SysInfo, gateway), 2),
+    address("dns", offsetof(SysInfo, dns), 3),
+    field("mac", FieldForm::mac, offsetof(SysInfo, mac)).written_by(take_mac),
+    port("httpPort", offsetof(SysInfo, httpPort)),
+    port("webPort", offsetof(SysInfo, webPort)),
+    port("rtspPort", offsetof(SysInfo, rtspPort)),
+    port("rtsp encrypt", offsetof(SysInfo, rtspEncrypt)),
+    port("rtmpPort", offsetof(SysInfo, rtmpPort)),
+    port("viscaPort", offsetof(SysInfo, viscaPort)),
+    port("onvifPort", offsetof(SysInfo, onvifPort)),
+    port("controlHubPort", offsetof(SysInfo, controlHubPort)),
+    field("ssdp", FieldForm::u8, offsetof(SysInfo, ssdp)),
+});
+
+// ---- the commands, in the order they go out ----------------------------------------------
+
+// An address command; the name server first goes into the resolver's file.
+struct AddressCommand {
+    uint32_t SysInfo::*value;
+    uint32_t command;
+    bool resolver;
+};
+constexpr std::array<AddressCommand, 4> kAddressCommands{{
+    {&SysInfo::ip, 0, false},
+    {&SysInfo::netmask, 3, false},
+    {&SysInfo::gateway, 2, false},
+    {&SysInfo::dns, 4, true},
+}};
+
+// A port or switch command; the four server ports must be free first.
+struct PortCommand {
+    uint16_t SysInfo::*port;
+    uint8_t SysInfo::*flag;
+    uint32_t command;
+    int width;
+    bool must_be_free;
+};
+constexpr std::array<PortCommand, 9> kPortCommands{{
+    {&SysInfo::httpPort, nullptr, 10, 2, true},
+    {&SysInfo::webPort, nullptr, 8, 2, true},
+    {&SysInfo::rtspPort, nullptr, 6, 2, true},
+    {&SysInfo::rtspEncrypt, nullptr, 7, 4, false},
+    {&SysInfo::rtmpPort, nullptr, 9, 2, true},
+    {&SysInfo::viscaPort, nullptr, 11, 2, false},
+    {&SysInfo::onvifPort, nullptr, 12, 2, false},
+    {&SysInfo::controlHubPort, nullptr, 13, 2, false},
+    {nullptr, &SysInfo::ssdp, 14, 4, false},
+}};
+
+// A value as the little-endian payload of `width` bytes.
+bool send_value(uint32_t command, uint32_t value, int width) {
+    uint8_t payload[4];
+    for (int i = 0; i < 4; ++i) payload[i] = static_cast<uint8_t>(value >> (8 * i));
+    return sys_send(command, payload, width) == 0;
+}
+
+// The four server ports differ from each other, and only the HTTP port may be 80.
+bool ports_consistent(const SysInfo& w) {
+    const std::array<uint16_t, 4> ports{w.httpPort, w.webPort, w.rtspPort, w.rtmpPort};
+    for (size_t i = 0; i < ports.size(); ++i) {
+        if (i > 0 && ports[i] == 80) return false;
+        for (size_t j = i + 1; j < ports.size(); ++j)
+            if (ports[i] == ports[j]) return false;
+    }
+    return true;
+}
+
+// The host part of an address (its last `octets` octets) is neither all
+// zeros nor all ones.
+bool host_part_usable(uint32_t addr, int octets) {
+    const auto* b = reinterpret_cast<const uint8_t*>(&addr);
+    bool zeros = true, ones = true;
+    for (int i = 4 - octets; i < 4; ++i) {
+        zeros = zeros && b[i] == 0;
+        ones = ones && b[i] == 255;
+    }
+    return !zeros && !ones;
+}
+
+// The address and the gateway fit the address's class.
+bool class_consistent(uint32_t ip, uint32_t gateway) {
+    const uint8_t first = reinterpret_cast<const uint8_t*>(&ip)[0];
+    int octets = 0;
+    if (first >= 1 && first <= 126) {
+        LOG_DBG("IP IS A class\n");
+        octets = 3;
+    } else if (first >= 128 && first <= 191) {
+        LOG_DBG("IP IS B class\n");
+        octets = 2;
+    } else if (first >= 192 && first <= 223) {
+        LOG_DBG("IP IS C class\n");
+        octets = 1;
+    } else {
+        return true;
+    }
+    return host_part_usable(ip, octets) && host_part_usable(gateway, octets);
+}
+
+std::string mac_text(const uint8_t* mac) {
+    char text[kMacPayload];
+    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    return text;
+}
+
+// Steps 3 to 7 of a write: false at the first step that fails.
+bool apply(const SysInfo& w, const SysInfo& now, const Pending& pending) {
+    if (w.dhcp != now.dhcp && !send_value(kCmdDhcp, w.dhcp, 4)) return false;
+    if (!ports_consistent(w)) return false;
+    if (w.dhcp == 0) {
+        SysState* state = sys_state(1);
+        if (w.ip != INADDR_ANY && w.ip != INADDR_BROADCAST && state != nullptr && w.ip != state->lastAnnouncedAddr &&
+            image_announce_addr(w.ip) == 0)
+            state->lastAnnouncedAddr = w.ip;
+        if (!class_consistent(w.ip, w.gateway)) return false;
+        for (const AddressCommand& c : kAddressCommands) {
+            if (w.*c.value == now.*c.value) continue;
+            if (c.resolver) {
+                in_addr a{};
+                a.s_addr = w.*c.value;
+                char text[INET_ADDRSTRLEN] = "";
+                inet_ntop(AF_INET, &a, text, sizeof text);
+                if (net_set_dns1(text) != 0) return false;
+            }
+            uint8_t payload[4];
+            std::memcpy(payload, &(w.*c.value), 4);
+            if (sys_send(c.command, payload, 4) != 0) return false;
+        }
+    }
+    if (!pending.mac.empty() && pending.mac != mac_text(now.mac)) {
+        std::array<char, kMacPayload> text{};
+        std::memcpy(text.data(), pending.mac.data(), std::min(pending.mac.size(), text.size() - 1));
+        if (sys_send(kCmdMac, text.data(), kMacPayload) != 0) return false;
+    }
+    for (const PortCommand& c : kPortCommands) {
+        const uint32_t to = c.port != nullptr ? w.*c.port : w.*c.flag;
+        const uint32_t from = c.port != nullptr ? now.*c.port : now.*c.flag;
+        if (to == from) continue;
+        if (c.must_be_free && net_check_port(static_cast<unsigned short>(to)) != 0) return false;
+        if (!send_value(c.command, to, c.width)) return false;
+    }
+    return true;
+}
+
+// Each member of the request in its order: a taken one with its value as
+// the record now holds it, a refused one false.
+cJSON* echo(const cJSON* taken, const SysInfo& info) {
+    cJSON* out = cJSON_CreateObject();
+    for (const cJSON* m = taken->child; m != nullptr && out != nullptr; m = m->next) {
+        const Field* row = find_row(std::span<const Field>(kFields), m->string);
+        if (!cJSON_IsTrue(m) || row == nullptr) {
+            json_answer_false(out, m->string);
+            continue;
+        }
+        Field stored = *row;
+        stored.read = nullptr;  // the record, not the interface
+        json_answer(out, m->string, field_value(stored, reinterpret_cast<const uint8_t*>(&info)));
+    }
+    return out;
+}
+
+int write_eth0(cJSON* item, cJSON* answer) {
+    const SysInfo* info = sys_info();
+    JsonTree taken(info != nullptr ? cJSON_CreateObject() : nullptr);
+    if (!taken || !cJSON_IsObject(item)) {
+        json_answer_false(answer, item->string);
+        return -1;
+    }
+    SysInfo work = *info;
+    Pending pending;
+    FieldWrite ctx{reinterpret_cast<uint8_t*>(&work), &pending, nullptr};
+    fields_apply(kFields, ctx, item, taken.get());  // a refused member fails only itself
+    if (!apply(work, *info, pending)) {
+        json_answer_false(answer, item->string);
+        return -1;
+    }
+    json_answer(answer, item->string, echo(taken.get(), *info));
+    return 0;
+}
+
+bool is_eth0(const cJSON* item) { return same_word(item->string, kIf); }
+
+}  // namespace
+
+int json_ethernet_get_ctrl(cJSON* member, cJSON* reply) {
+    const auto* info = reinterpret_cast<const uint8_t*>(sys_info());
+    return json_section_walk(member, reply, [info](cJSON* item, cJSON* answer, int& result) {
+        if (!is_eth0(item)) {
+            json_answer_false(answer, item->string);
+            result = -1;
+            return;
+        }
+        if (fields_read(kFields, info, item, answer, {.non_true_fails = false}) != 0) result = -1;
+    });
+}
+
+int json_ethernet_set_ctrl(cJSON* member, cJSON* reply) {
+    const int result = json_section_walk(member, reply, [](cJSON* item, cJSON* answer, int& result) {
+        if (!is_eth0(item) || write_eth0(item, answer) != 0) {
+            if (!is_eth0(item)) json_answer_false(answer, item->string);
+            result = -1;
+        }
+    });
+    json_access_key_update();  // the key follows the network identity
+    return result;
+}

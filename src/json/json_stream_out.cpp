@@ -1,0 +1,193 @@
+// The stream output sections: where the two encoded streams, "main" and
+// "sub", are pushed besides the device's own servers. RTMP pushes live in
+// the state record and change member by member; the multicast blocks live
+// in the settings record and change whole.
+#include "json/json_stream_out.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "ipc/sys_port.h"
+#include "json/json_section.h"
+#include "net/net_config.h"
+#include "support/owners.h"
+
+namespace {
+
+// One stream of a section: its name and its commands.
+struct Stream {
+    std::string_view name;
+    uint32_t url_command;     // rtmp
+    uint32_t enable_command;  // rtmp
+    uint32_t block_command;   // multicast
+    const char* path;         // multicast RTSP path
+};
+constexpr std::array<Stream, 2> kStreams{{
+    {"main", 37, 39, 15, "multicast/main"},
+    {"sub", 38, 40, 16, "multicast/sub"},
+}};
+
+const Stream* stream_of(const cJSON* item) { return find_row(std::span<const Stream>(kStreams), item->string); }
+size_t index_of(const Stream& s) { return static_cast<size_t>(&s - kStreams.data()); }
+
+// The walk both sections share: "main" and "sub" only, with a value the
+// section takes; `serve` answers the stream and says whether it succeeded.
+template <typename Serve>
+int stream_walk(cJSON* member, cJSON* reply, bool objects_only, Serve serve) {
+    return json_section_walk(member, reply, [&](cJSON* item, cJSON* answer, int& result) {
+        const Stream* stream = stream_of(item);
+        const bool fits = cJSON_IsObject(item) || (!objects_only && cJSON_IsTrue(item));
+        if (stream == nullptr || !fits) {
+            json_answer_false(answer, item->string);
+            result = -1;
+            return;
+        }
+        if (!serve(*stream, item, answer)) result = -1;
+    });
+}
+
+// ---- rtmp ------------------------------------------------------------------------
+// A stream's push in the state record: enable, status, then its URL.
+struct RtmpBlock {
+    uint8_t enable;
+    uint8_t status;
+    uint8_t reserved[6];
+    char url[256];
+};
+static_assert(offsetof(SysState, rtmpSubEnable) - offsetof(SysState, rtmpMainEnable) == sizeof(RtmpBlock) &&
+              offsetof(SysState, rtmpMainUrl) - offsetof(SysState, rtmpMainEnable) == offsetof(RtmpBlock, url));
+
+constexpr auto kRtmpFields = std::to_array<Field>({
+    field("enable", FieldForm::u8, offsetof(RtmpBlock, enable)),
+    text_field("url", offsetof(RtmpBlock, url), sizeof(RtmpBlock::url)),
+    field("status", FieldForm::u8, offsetof(RtmpBlock, status)),
+});
+
+const uint8_t* rtmp_block(const Stream& stream) {
+    const SysState* state = sys_state(1);
+    if (state == nullptr) return nullptr;
+    return reinterpret_cast<const uint8_t*>(&state->rtmpMainEnable) + index_of(stream) * sizeof(RtmpBlock);
+}
+
+// `true` (or no request) answers every key; an object answers its true
+// "enable" and "url", skips other keys, answers other values false; "status"
+// always comes last.
+bool rtmp_read(const Stream& stream, const cJSON* request, cJSON* answer) {
+    const uint8_t* block = rtmp_block(stream);
+    cJSON* out = block != nullptr ? cJSON_CreateObject() : nullptr;
+    if (out == nullptr) {
+        json_answer_false(answer, stream.name.data());
+        return false;
+    }
+    if (request == nullptr || cJSON_IsTrue(request)) {
+        fields_answer(kRtmpFields, block, out, kInWhole);
+    } else {
+        for (const cJSON* m = request->child; m != nullptr; m = m->next) {
+            if (!cJSON_IsTrue(m)) {
+                json_answer_false(out, m->string);
+                continue;
+            }
+            if (same_word(m->string, "enable") || same_word(m->string, "url"))
+                json_answer(out, m->string, field_value(*find_row(Fields(kRtmpFields), m->string), block));
+        }
+        json_answer(out, "status", field_value(kRtmpFields[2], block));
+    }
+    json_answer(answer, stream.name.data(), out);
+    return true;
+}
+
+bool rtmp_take(const Stream& stream, const cJSON* m) {
+    if (same_word(m->string, "url") && cJSON_IsString(m) && m->valuestring != nullptr) {
+        const size_t length = std::strlen(m->valuestring);
+        return length < sizeof(RtmpBlock::url) &&
+               sys_send(stream.url_command, m->valuestring, static_cast<int>(length)) == 0;
+    }
+    if (same_word(m->string, "enable") && cJSON_IsNumber(m)) {
+        const int32_t value = m->valueint;
+        return sys_send(stream.enable_command, &value, sizeof value) == 0;
+    }
+    return false;
+}
+
+// Every member is sent as it comes; the first one alone decides the answer:
+// taken, the whole stream as it now stands; refused (or none), false.
+bool rtmp_write(const Stream& stream, cJSON* request, cJSON* answer) {
+    bool first_taken = false;
+    for (const cJSON* m = request->child; m != nullptr; m = m->next) {
+        const bool taken = rtmp_take(stream, m);
+        if (m == request->child) first_taken = taken;
+    }
+    if (!first_taken) {
+        json_answer_false(answer, stream.name.data());
+        return false;
+    }
+    return rtmp_read(stream, nullptr, answer);
+}
+
+// ---- rtp multicast -----------------------------------------------------------------
+
+// The RTSP link of the stream: through the multicast relay (the RTSP port
+// plus 8000) in the whole answer, and on the RTSP port itself when asked by
+// key. Both forms are what clients use.
+cJSON* rtsp_link(const Field& row, const uint8_t* block, int) {
+    const SysInfo* info = sys_info();
+    if (info == nullptr) return nullptr;
+    const bool sub = block == reinterpret_cast<const uint8_t*>(&info->mcastSub);
+    in_addr addr{};
+    addr.s_addr = net_get_ifaddr("eth0");
+    char link[96];
+    std::snprintf(link, sizeof link, "rtsp://%s:%1d/%s", inet_ntoa(addr), (info->rtspPort + row.arg) % 65536,
+                  kStreams[sub ? 1 : 0].path);
+    return cJSON_CreateString(link);
+}
+
+cJSON* rtp_link(const Field&, const uint8_t* block, int) {
+    const auto* m = reinterpret_cast<const McastParams*>(block);
+    in_addr addr{};
+    addr.s_addr = m->addr;
+    char link[64];
+    std::snprintf(link, sizeof link, "rtp://%s:%1d", inet_ntoa(addr), static_cast<int>(m->port));
+    return cJSON_CreateString(link);
+}
+
+constexpr int kRelayOffset = 8000;
+
+constexpr auto kMulticastFields = std::to_array<Field>({
+    field("enable", FieldForm::u32, offsetof(McastParams, enable)),
+    field("ip", FieldForm::ipv4, offsetof(McastParams, addr)),
+    field("port", FieldForm::u32, offsetof(McastParams, port)),
+    own_field("rtsp").read_only().read_by(rtsp_link).with_arg(kRelayOffset).only_in(kInWhole),
+    own_field("rtsp").read_only().read_by(rtsp_link).only_in(kInKeyed),
+    own_field("rtp").read_only().read_by(rtp_link).only_in(kInWhole | kInKeyed),
+});
+
+constexpr std::array<SettingsBlock, 2> kMulticastBlocks{{
+    {kMulticastFields, offsetof(SysInfo, mcastMain), sizeof(McastParams), 15},
+    {kMulticastFields, offsetof(SysInfo, mcastSub), sizeof(McastParams), 16},
+}};
+
+}  // namespace
+
+int json_rtmp_get_ctrl(cJSON* member, cJSON* reply) {
+    return stream_walk(member, reply, false, rtmp_read);
+}
+int json_rtmp_set_ctrl(cJSON* member, cJSON* reply) { return stream_walk(member, reply, true, rtmp_write); }
+
+int json_multicast_get_ctrl(cJSON* member, cJSON* reply) {
+    return stream_walk(member, reply, false, [](const Stream& stream, cJSON* item, cJSON* answer) {
+        return fields_read(kMulticastFields, block_stored(kMulticastBlocks[index_of(stream)]), item, answer) == 0;
+    });
+}
+
+// All or nothing per stream: one refused member and nothing is sent.
+int json_multicast_set_ctrl(cJSON* member, cJSON* reply) {
+    return stream_walk(member, reply, true, [](const Stream& stream, cJSON* item, cJSON* answer) {
+        return block_section_write(kMulticastBlocks[index_of(stream)], item, answer) == 0;
+    });
+}
