@@ -17,9 +17,11 @@
 #include "camera/image_ctrl.h"
 #include "camera/visca_ops.h"
 #include "ipc/sys_port.h"
+#include "net/net_config.h"
 #include "json/json_reg.h"
 #include "support/memmap.h"
 #include "support/elog.h"
+#include "support/support.h"
 
 namespace fuzz {
 
@@ -36,7 +38,11 @@ inline SysInfo* info() { return &g_store.info; }
 inline SysState* state(int) { return &g_store.state; }
 inline CamInfo* cam() { return &g_store.cam; }
 inline AiInfo* ai() { return &g_store.ai; }
-inline constexpr SysPort kPort{command, info, state, cam, ai};
+inline void* ext() { return g_store.ext; }
+inline constexpr SysPort kPort{command, info, state, cam, ai, ext};
+
+// No shell line runs: the firmware commands are the camera's, not this host's.
+inline int shell(const char*) { return 0; }
 
 inline void check_framed(const uint8_t* packet, int length) {
     if (!visca::framed(packet, length)) __builtin_trap();
@@ -63,12 +69,12 @@ inline int nowait(const uint8_t* packet, int length) {
 inline void flush() {}
 inline constexpr CamTransport kCamera{wait, nowait, flush};
 
-// Installs the fakes once: quiet logging, an empty PATH (the firmware
-// commands some handlers run are then simply not found), the two peers.
+// Installs the fakes once: quiet logging, no shell, the two peers, and the
+// files a handler writes kept below a scratch directory.
 inline void install() {
     static const bool done = [] {
         g_print_level = 0;
-        setenv("PATH", "/nonexistent", 1);
+        pox_system_set_runner(shell);
         sys_port_install(&kPort);
         image_ctrl_set_transport(&kCamera);
         // No register device, and files written only below a scratch
@@ -78,6 +84,8 @@ inline void install() {
         static const std::string scratch = "fuzz-files-" + std::to_string(getpid());
         std::filesystem::create_directory(scratch);
         json_file_ctrl_set_root(scratch.c_str());
+        static const std::string resolv = scratch + "/resolv.conf";
+        net_set_resolv_path(resolv.c_str());
         std::atexit([] {
             std::error_code ignored;
             std::filesystem::remove_all(scratch, ignored);

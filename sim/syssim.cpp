@@ -398,6 +398,14 @@ bool set_stream(Server& s, const Row&, Payload p) {
     std::memcpy(&next, p.data(), sizeof next);
     if (next.word[0] >= 4) return false;
     std::memcpy(&s.info().stream[next.word[0]], &next, sizeof next);
+    // The main and sub streams are also kept per codec (H.264 or H.265), so
+    // that a stream switched back finds what it had.
+    const uint32_t codec = next.word[6];
+    if (next.word[0] < 2 && (codec == 0 || codec == 2)) {
+        auto* saved = reinterpret_cast<SavedCodecs*>(s.store().ext);
+        saved->stream[next.word[0]][codec == 2 ? 1 : 0] = next;
+        saved->magic = kInfoMagic;
+    }
     return true;
 }
 

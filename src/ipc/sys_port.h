@@ -14,6 +14,7 @@ struct SysPort {
     SysState* (*state)(int wait);
     CamInfo* (*cam)();
     AiInfo* (*ai)();
+    void* (*ext)();
 };
 
 // Installs `port` (null: the real channel and store again). A null member
@@ -29,3 +30,5 @@ SysInfo* sys_info();
 SysState* sys_state(int wait);
 CamInfo* sys_cam_info();
 AiInfo* sys_ai_info();
+// The encoder records the system server saved per codec (in the further area).
+SavedCodecs* sys_saved_codecs();

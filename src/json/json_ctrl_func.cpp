@@ -28,6 +28,7 @@
 #include "json/json_section.h"
 #include "json/json_stream_out.h"
 #include "json/json_system.h"
+#include "json/json_venc.h"
 #include "net/net_config.h"
 #include "support/log.h"
 #include "support/owners.h"
@@ -47,8 +48,8 @@ constexpr std::array<JsonSection, 18> kGetSections{{
     {"audio", SectionValue::any, json_audio_get_ctrl},
     {"ai", SectionValue::any, json_section_refused},
     {"NTP", SectionValue::any, json_ntp_get_ctrl},
-    {"venc", SectionValue::object, json_section_pending},
-    {"VencAbility", SectionValue::object, json_section_pending},
+    {"venc", SectionValue::object, json_venc_get_ctrl},
+    {"VencAbility", SectionValue::object, json_venc_ability_get_ctrl},
     {"ethernet", SectionValue::object, json_ethernet_get_ctrl},
     {"system", SectionValue::object, json_system_get_ctrl},
     {"image", SectionValue::object, json_image_get_ctrl},
@@ -59,7 +60,7 @@ constexpr std::array<JsonSection, 18> kGetSections{{
 
 constexpr std::array<JsonSection, 18> kSetSections{{
     {"key", SectionValue::any, nullptr},
-    {"venc", SectionValue::object, json_section_pending},
+    {"venc", SectionValue::object, json_venc_set_ctrl},
     {"audio", SectionValue::object, json_audio_set_ctrl},
     {"ai", SectionValue::object, json_ai_set_ctrl},
     {"ethernet", SectionValue::object, json_ethernet_set_ctrl},

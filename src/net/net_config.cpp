@@ -28,7 +28,7 @@
 
 namespace {
 
-constexpr const char* kResolvConf = "/etc/resolv.conf";
+const char* g_resolv_conf = "/etc/resolv.conf";  // tests point it elsewhere
 constexpr const char* kRouteFile = "/proc/net/route";
 constexpr const char* kDevFile = "/proc/net/dev";
 
@@ -101,9 +101,9 @@ int route_request(unsigned long request, uint32_t gateway) {
 
 // The n-th (0-based) counting "nameserver " line of resolv.conf.
 uint32_t read_name_server(int index, const char* who) {
-    FilePtr f = open_file(kResolvConf, "r");
+    FilePtr f = open_file(g_resolv_conf, "r");
     if (!f) {
-        LOG_DBG("%s: file \"%s\" opened for reading error!\n", who, kResolvConf);
+        LOG_DBG("%s: file \"%s\" opened for reading error!\n", who, g_resolv_conf);
         return 0;
     }
     char line[256];
@@ -120,9 +120,9 @@ uint32_t read_name_server(int index, const char* who) {
 }
 
 int write_name_servers(const char* const* servers, int count, const char* who) {
-    FilePtr f = open_file(kResolvConf, "w");
+    FilePtr f = open_file(g_resolv_conf, "w");
     if (!f) {
-        LOG_DBG("%s: file \"%s\" opened for writing error!\n", who, kResolvConf);
+        LOG_DBG("%s: file \"%s\" opened for writing error!\n", who, g_resolv_conf);
         return -1;
     }
     for (int i = 0; i < count; ++i) std::fprintf(f.get(), "nameserver %s\n", servers[i]);
@@ -481,3 +481,5 @@ int net_ping(const char* addr_text, int timeout) {
         if (got.un.echo.id == hdr.un.echo.id) return 0;
     }
 }
+
+void net_set_resolv_path(const char* path) { g_resolv_conf = path != nullptr ? path : "/etc/resolv.conf"; }

@@ -18,6 +18,8 @@ int net_set_gateway(uint32_t gateway);
 uint32_t net_get_gateway();
 int net_set_dns(const char* name_server);
 int net_set_dns1(const char* name_server);
+// The resolver's file the name-server calls use (null: /etc/resolv.conf).
+void net_set_resolv_path(const char* path);
 int net_set_dns2(const char* first, const char* second);
 uint32_t net_get_dns();
 uint32_t net_get_dns1();

@@ -205,10 +205,10 @@ static_assert(sizeof(PowerTask) == 12);
 
 struct SysState {
     uint32_t magic;              // 0
-    uint32_t reserved4;          // 4
+    uint32_t updatePort;         // 4   the update companion's port, once kept
     uint32_t updateProgress;     // 8   also the update-server flag
-    uint32_t updatePort;         // 12  the update companion's port, once kept
-    uint8_t reserved16[4];       // 16
+    uint32_t previewMain;        // 12  below 5: the main stream previews over WebRTC
+    uint32_t previewSub;         // 16  the same for the sub stream
     uint8_t ready;               // 20
     uint8_t controlHub;          // 21  a control hub is attached
     uint8_t standby;             // 22
@@ -267,6 +267,16 @@ struct AiInfo {
 struct MotorInfo {
     uint8_t raw[28];
 };
+
+// The encoder records the system server saves per codec, at the start of the
+// further area: a stream switched between H.264 and H.265 takes back what it
+// last had under that codec. Valid when `magic` is kInfoMagic and the saved
+// record's codec word is the codec.
+struct SavedCodecs {
+    uint32_t magic;
+    StreamParams stream[2][2];  // [main, sub][h264, h265]
+};
+static_assert(sizeof(SavedCodecs) == 212);
 
 // The whole store as laid out in the segment.
 struct SysStore {
@@ -366,7 +376,9 @@ static_assert(offsetof(SysInfo, record) == 2540);
 
 static_assert(sizeof(SysState) == 704);
 static_assert(offsetof(SysState, updateProgress) == 8);
-static_assert(offsetof(SysState, updatePort) == 12);
+static_assert(offsetof(SysState, updatePort) == 4);
+static_assert(offsetof(SysState, previewMain) == 12);
+static_assert(offsetof(SysState, previewSub) == 16);
 static_assert(offsetof(SysState, controlHub) == 21);
 static_assert(offsetof(SysState, ready) == 20);
 static_assert(offsetof(SysState, standby) == 22);

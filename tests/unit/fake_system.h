@@ -54,7 +54,8 @@ inline SysInfo* fake_info() { return g_fake_system->present ? &g_fake_system->st
 inline SysState* fake_state(int) { return g_fake_system->present ? &g_fake_system->store->state : nullptr; }
 inline CamInfo* fake_cam() { return g_fake_system->present ? &g_fake_system->store->cam : nullptr; }
 inline AiInfo* fake_ai() { return g_fake_system->present ? &g_fake_system->store->ai : nullptr; }
-inline constexpr SysPort kFakeSysPort{fake_command, fake_info, fake_state, fake_cam, fake_ai};
+inline void* fake_ext() { return g_fake_system->present ? g_fake_system->store->ext : nullptr; }
+inline constexpr SysPort kFakeSysPort{fake_command, fake_info, fake_state, fake_cam, fake_ai, fake_ext};
 
 // Copies a command's payload over `size` bytes of the store at `offset`: the
 // server's part for a command that carries a whole block.

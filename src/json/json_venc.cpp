@@ -1,0 +1,410 @@
+// The "venc" section and its read-only companion "VencAbility": the two
+// encoded streams, "main" (stream 0) and "sub" (stream 1). A stream is one
+// record of 13 words in the settings record, sent whole with command 35;
+// which words carry the bit rate and the key-frame interval depends on the
+// codec.
+#include "json/json_venc.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "ipc/sys_port.h"
+#include "json/json_image.h"
+#include "json/json_section.h"
+#include "net/net_config.h"
+#include "support/owners.h"
+
+namespace {
+
+constexpr uint32_t kCmdStream = 35;
+constexpr uint32_t kCmdKeyFrame = 36;
+constexpr int kKeyFramesMax = 60;
+
+// ---- the record ----------------------------------------------------------------------
+enum Word : size_t { kIndex, kEnable, kCol, kLine, kRate, kFrac, kCodec, kRc, kW8, kW9, kW10, kMinQp, kMaxQp };
+enum Codec : uint32_t { kH264 = 0, kMjpeg = 1, kH265 = 2 };
+enum Rc : uint32_t { kCbr = 0, kVbr = 1 };
+
+constexpr WordCode kCodecs[] = {{"h264", kH264}, {"mjpeg", kMjpeg}, {"h265", kH265}};
+constexpr WordCode kRcModes[] = {{"cbr", kCbr}, {"vbr", kVbr}};
+constexpr WordCode kProfiles[] = {{"baseline", 0}, {"MP", 1}, {"HP", 2}, {"SVC-T", 3}};
+
+constexpr uint32_t kMjpegQuality = 85;
+constexpr uint32_t kMinQpVbr = 8;
+constexpr uint32_t kMaxQpVbr = 45;
+constexpr uint32_t kNdiBitrateMax = 122800;
+
+using Record = std::array<uint32_t, 13>;
+
+// Where the codec keeps its bit rate and interval (-1: it has none). An
+// MJPEG stream has a bit rate only under rate control 0 or 1.
+int bitrate_word(const Record& r) {
+    switch (r[kCodec]) {
+    case kH264: return int{kW10};
+    case kH265: return int{kW9};
+    case kMjpeg: return r[kRc] <= kVbr ? int{kW8} : -1;
+    default: return -1;
+    }
+}
+int interval_word(const Record& r) {
+    if (r[kRc] >= 4) return -1;
+    return r[kCodec] == kH264 ? int{kW9} : r[kCodec] == kH265 ? int{kW8} : -1;
+}
+
+// ---- resolution names ----------------------------------------------------------------------
+enum Group : uint8_t { kG2160 = 1, kG1080 = 2, kG720 = 4, kGSmall = 8, kGAll = 15 };
+
+struct Size {
+    uint32_t col, line;
+    uint8_t group;
+};
+constexpr std::array<Size, 7> kSizes{{
+    {3840, 2160, kG2160},
+    {1920, 1080, kG1080},
+    {1280, 720, kG720},
+    {1024, 576, kGSmall},
+    {720, 480, kGSmall},
+    {640, 480, kGSmall},
+    {640, 360, kGSmall},
+}};
+
+struct RateName {
+    uint32_t rate;
+    uint32_t frac;
+    std::string_view text;
+    uint8_t groups;
+};
+// 23.976 Hz is "23.98" at 1920X1080 and "23.97" everywhere else.
+constexpr std::array<RateName, 11> kRates{{
+    {24, 0, "24", kG2160 | kG1080 | kGSmall},
+    {24, 1, "23.97", kG2160 | kGSmall},
+    {24, 1, "23.98", kG1080},
+    {25, 0, "25", kGAll},
+    {30, 0, "30", kGAll},
+    {30, 1, "29.97", kGAll},
+    {50, 0, "50", kGAll},
+    {60, 0, "60", kGAll},
+    {60, 1, "59.94", kGAll},
+    {100, 0, "100", kG1080 | kG720},
+    {120, 0, "120", kG1080 | kG720},
+}};
+
+const Size* size_of(uint32_t col, uint32_t line) {
+    for (const Size& s : kSizes)
+        if (s.col == col && s.line == line) return &s;
+    return nullptr;
+}
+
+// The picture format's name, or false when it has none.
+bool parse_format(const char* name, Record& r) {
+    unsigned col = 0, line = 0;
+    char rate[16] = "";
+    char tail = 0;
+    if (name == nullptr || std::sscanf(name, "%uX%uP@%15[0-9.]Hz%c", &col, &line, rate, &tail) != 3) return false;
+    const Size* size = size_of(col, line);
+    if (size == nullptr) return false;
+    for (const RateName& n : kRates) {
+        if ((n.groups & size->group) == 0 || n.text != rate) continue;
+        r[kCol] = col;
+        r[kLine] = line;
+        r[kRate] = n.rate;
+        r[kFrac] = n.frac;
+        return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+void json_venc_format_name(uint32_t col, uint32_t line, uint32_t rate, uint32_t frac, char* out, size_t size) {
+    const Size* s = size_of(col, line);
+    for (const RateName& n : kRates) {
+        if (s == nullptr || (n.groups & s->group) == 0 || n.rate != rate || n.frac != (frac != 0 ? 1u : 0u)) continue;
+        std::snprintf(out, size, "%uX%uP@%.*sHz", col, line, static_cast<int>(n.text.size()), n.text.data());
+        return;
+    }
+    std::snprintf(out, size, "Unknow Format");
+}
+
+namespace {
+
+// ---- streams -------------------------------------------------------------------------------
+struct Stream {
+    std::string_view name;
+    const char* rtsp_path;
+    int index;
+};
+constexpr std::array<Stream, 2> kStreams{{{"main", "stream/main", 0}, {"sub", "stream/sub", 1}}};
+
+const Stream* stream_of(const cJSON* item) { return find_row(std::span<const Stream>(kStreams), item->string); }
+
+Record record_of(const SysInfo& info, const Stream& s) {
+    Record r{};
+    std::memcpy(r.data(), info.stream[s.index].word, sizeof r);
+    r[kIndex] = static_cast<uint32_t>(s.index);
+    return r;
+}
+
+void add_number(cJSON* out, const char* key, uint32_t value) { json_answer_number(out, key, value); }
+void add_text(cJSON* out, const char* key, const char* text) { json_answer(out, key, cJSON_CreateString(text)); }
+
+// The whole stream as a client sees it.
+cJSON* stream_answer(const SysInfo& info, const Stream& s) {
+    const Record r = record_of(info, s);
+    cJSON* out = cJSON_CreateObject();
+    if (out == nullptr) return nullptr;
+    char text[128];
+    add_number(out, "enable", r[kEnable]);
+    json_venc_format_name(r[kCol], r[kLine], r[kRate], r[kFrac], text, sizeof text);
+    add_text(out, "format", text);
+    const char* codec = word_of(kCodecs, static_cast<int>(r[kCodec]));
+    if (codec != nullptr) add_text(out, "mode", codec);
+    add_number(out, "col", r[kCol]);
+    add_number(out, "line", r[kLine]);
+    if (r[kCodec] == kH265) {
+        add_text(out, "profile", "MP");
+    } else if (r[kCodec] == kH264 && r[kW8] < 4) {
+        add_text(out, "profile", word_of(kProfiles, static_cast<int>(r[kW8])));
+    }
+    const int bitrate = bitrate_word(r);
+    add_number(out, "bitrate", bitrate >= 0 ? r[static_cast<size_t>(bitrate)] : 0);
+    add_number(out, "frmrate", r[kRate]);
+    if (r[kRc] <= kVbr) {
+        add_text(out, "rcmode", word_of(kRcModes, static_cast<int>(r[kRc])));
+        if (r[kCodec] == kH264 && r[kRc] == kVbr) {
+            add_number(out, "min_qp", r[kMinQp]);
+            add_number(out, "max_qp", r[kMaxQp]);
+        }
+    }
+    const int interval = interval_word(r);
+    add_number(out, "interval", interval >= 0 ? r[static_cast<size_t>(interval)] : 0);
+
+    in_addr addr{};
+    addr.s_addr = net_get_ifaddr("eth0");
+    char host[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &addr, host, sizeof host);
+    std::snprintf(text, sizeof text, "rtsp://%s:%1d/%s", host, info.rtspPort, s.rtsp_path);
+    add_text(out, "rtspUrl", text);
+    std::snprintf(text, sizeof text, "rtmp://%s:%1d/app/rtmpstream%d", host, info.rtmpPort, s.index);
+    add_text(out, "rtmpUrl", text);
+    std::snprintf(text, sizeof text, "http://%s:%1d/app/rtmpstream%d.flv", host, 8080, s.index);
+    add_text(out, "httpFlvUrl", text);
+    std::snprintf(text, sizeof text, "ws://%s:%1d/%s", host, 9000, s.index == 0 ? "main" : "sub");
+    add_text(out, "webRtcUrl", text);
+    const SysState* state = sys_state(1);
+    const uint32_t preview = state == nullptr ? 5 : s.index == 0 ? state->previewMain : state->previewSub;
+    add_text(out, "preview", preview < 5 ? "webRTC" : "httpflv");
+    return out;
+}
+
+// `true` answers the whole stream; an object answers its true members, each
+// with its value in the whole answer, under the request's spelling.
+cJSON* selected(cJSON* whole, const cJSON* request) {
+    if (whole == nullptr || cJSON_IsTrue(request)) return whole;
+    JsonTree all(whole);
+    cJSON* out = cJSON_CreateObject();
+    for (const cJSON* m = request->child; m != nullptr && out != nullptr; m = m->next) {
+        const cJSON* value = cJSON_IsTrue(m) ? cJSON_GetObjectItem(all.get(), m->string) : nullptr;
+        json_answer(out, m->string, value != nullptr ? cJSON_Duplicate(value, 1) : cJSON_CreateFalse());
+    }
+    return out;
+}
+
+// The walk of both read sections and of the write: "main" and "sub" with a
+// value the handler takes.
+template <typename Serve>
+int stream_walk(cJSON* member, cJSON* reply, bool objects_only, Serve serve) {
+    return json_section_walk(member, reply, [&](cJSON* item, cJSON* answer, int& result) {
+        const Stream* s = stream_of(item);
+        const bool fits = cJSON_IsObject(item) || (!objects_only && cJSON_IsTrue(item));
+        cJSON* value = s != nullptr && fits ? serve(*s, item) : nullptr;
+        if (value == nullptr) {
+            json_answer_false(answer, item->string);
+            result = -1;
+            return;
+        }
+        json_answer(answer, item->string, value);
+    });
+}
+
+// ---- the write -----------------------------------------------------------------------------
+
+uint32_t default_bitrate(const Record& r) { return r[kCol] * r[kLine] / 400; }
+
+// The codec words of a record switched to `codec`, kept consistent.
+void switch_codec(Record& r, uint32_t codec, const Stream& s) {
+    const uint32_t from = r[kCodec];
+    r[kCodec] = codec;
+    if (codec == kMjpeg) {
+        r[kRc] = 2;
+        r[kW8] = kMjpegQuality;
+        r[kW9] = r[kW10] = 0;
+        return;
+    }
+    const SavedCodecs* saved = from != kMjpeg ? sys_saved_codecs() : nullptr;
+    const size_t slot = codec == kH265 ? 1 : 0;
+    // A slot never saved is all zeros: no picture size.
+    if (saved != nullptr && saved->magic == kInfoMagic && saved->stream[s.index][slot].word[kCodec] == codec &&
+        saved->stream[s.index][slot].word[kCol] != 0) {
+        for (size_t w = kRc; w <= kMaxQp; ++w) r[w] = saved->stream[s.index][slot].word[w];
+        return;
+    }
+    r[kRc] = kCbr;
+    r[kW8] = r[kW9] = r[kW10] = 0;
+    if (codec == kH264) r[kW8] = 1;  // MP
+    if (const int w = interval_word(r); w >= 0) r[static_cast<size_t>(w)] = r[kRate];
+    if (const int w = bitrate_word(r); w >= 0) r[static_cast<size_t>(w)] = default_bitrate(r);
+}
+
+// A new rate control: an MJPEG stream trades its bit rate for its quality
+// word and back; an H.264 stream going variable gets its quantiser range.
+void switch_rc(Record& r, uint32_t rc) {
+    const bool had_bitrate = bitrate_word(r) >= 0;
+    r[kRc] = rc;
+    if (r[kCodec] == kMjpeg && !had_bitrate && bitrate_word(r) >= 0) r[kW8] = default_bitrate(r);
+    if (r[kCodec] == kH264 && rc == kVbr) {
+        r[kMinQp] = kMinQpVbr;
+        r[kMaxQp] = kMaxQpVbr;
+    }
+}
+
+// The main stream of an NDI camera: a bit rate for its codec, size and rate,
+// at most 122800.
+uint32_t ndi_bitrate(const Record& r) {
+    const uint64_t pixels = uint64_t{r[kCol]} * r[kLine] * r[kRate];
+    const uint64_t per_kbit = r[kCodec] == kH265 ? 1600 : r[kCodec] == kMjpeg ? 200 : 800;
+    const uint64_t rate = pixels / per_kbit;
+    return static_cast<uint32_t>(rate > kNdiBitrateMax ? kNdiBitrateMax : rate);
+}
+
+// What a request asks of a stream, gathered before any of it is applied.
+struct Wanted {
+    int codec = -1, rc = -1, profile = -1;
+    int64_t bitrate = -1, interval = -1, min_qp = -1, max_qp = -1;
+    int key_frames = 0;
+};
+
+bool number(const cJSON* m, int64_t& out) {
+    if (!cJSON_IsNumber(m) || m->valuedouble < 0) return false;
+    out = m->valueint;
+    return true;
+}
+
+bool take(const cJSON* m, Record& r, Wanted& w) {
+    const char* key = m->string;
+    int64_t v = 0;
+    auto word = [&](Words words, int& out) {
+        const WordCode* c = cJSON_IsString(m) ? word_find(words, m->valuestring) : nullptr;
+        if (c != nullptr) out = c->code;
+        return c != nullptr;
+    };
+    if (same_word(key, "enable")) return number(m, v) && ((r[kEnable] = static_cast<uint32_t>(v)), true);
+    if (same_word(key, "format")) return cJSON_IsString(m) && parse_format(m->valuestring, r);
+    if (same_word(key, "mode")) return word(kCodecs, w.codec);
+    if (same_word(key, "rcmode")) return word(kRcModes, w.rc);
+    if (same_word(key, "profile")) return word(kProfiles, w.profile);
+    if (same_word(key, "col")) return number(m, v) && ((r[kCol] = static_cast<uint32_t>(v)), true);
+    if (same_word(key, "line")) return number(m, v) && ((r[kLine] = static_cast<uint32_t>(v)), true);
+    if (same_word(key, "frmrate")) return number(m, v) && ((r[kRate] = static_cast<uint32_t>(v)), true);
+    if (same_word(key, "bitrate")) return number(m, w.bitrate);
+    if (same_word(key, "interval")) return number(m, w.interval);
+    if (same_word(key, "min_qp")) return number(m, w.min_qp);
+    if (same_word(key, "max_qp")) return number(m, w.max_qp);
+    if (same_word(key, "Iframe")) {
+        if (!number(m, v) || v > kKeyFramesMax) return false;
+        w.key_frames = static_cast<int>(v);
+        return true;
+    }
+    return false;
+}
+
+cJSON* write_stream(const Stream& s, cJSON* request) {
+    const SysInfo* info = sys_info();
+    if (info == nullptr) return nullptr;
+    Record r = record_of(*info, s);
+    Wanted w;
+    JsonTree taken(cJSON_CreateObject());
+    for (const cJSON* m = request->child; m != nullptr && taken; m = m->next)
+        json_answer(taken.get(), m->string, cJSON_CreateBool(take(m, r, w)));
+    if (w.codec >= 0 && static_cast<uint32_t>(w.codec) != r[kCodec]) switch_codec(r, static_cast<uint32_t>(w.codec), s);
+    if (w.rc >= 0 && static_cast<uint32_t>(w.rc) != r[kRc]) switch_rc(r, static_cast<uint32_t>(w.rc));
+    if (w.profile >= 0 && r[kCodec] == kH264) r[kW8] = static_cast<uint32_t>(w.profile);
+    const int bitrate = bitrate_word(r), interval = interval_word(r);
+    if (w.bitrate >= 0 && bitrate >= 0) r[static_cast<size_t>(bitrate)] = static_cast<uint32_t>(w.bitrate);
+    if (w.interval >= 0 && interval >= 0) r[static_cast<size_t>(interval)] = static_cast<uint32_t>(w.interval);
+    if (w.min_qp >= 0) r[kMinQp] = static_cast<uint32_t>(w.min_qp);
+    if (w.max_qp >= 0) r[kMaxQp] = static_cast<uint32_t>(w.max_qp);
+    if (s.index == 0 && info->ndiFlag518 != 0 && info->ndi_enable != 0 && bitrate >= 0)
+        r[static_cast<size_t>(bitrate)] = ndi_bitrate(r);
+
+    if (sys_send(kCmdStream, r.data(), static_cast<int>(sizeof r)) != 0) return nullptr;
+    const int32_t index = s.index;
+    for (int i = 0; i < w.key_frames; ++i)
+        if (sys_send(kCmdKeyFrame, &index, sizeof index) != 0) return nullptr;
+    cJSON* out = stream_answer(*sys_info(), s);
+    // Members the stream could not take stay false in the answer.
+    for (const cJSON* m = taken ? taken->child : nullptr; m != nullptr && out != nullptr; m = m->next) {
+        if (same_word(m->string, "Iframe") || !cJSON_IsTrue(m)) {
+            cJSON_DeleteItemFromObjectCaseSensitive(out, m->string);
+            json_answer(out, m->string, cJSON_CreateBool(cJSON_IsTrue(m)));
+        }
+    }
+    return out;
+}
+
+// ---- abilities -------------------------------------------------------------------------
+struct Ability {
+    std::array<uint32_t, 8> resolution;
+    size_t resolutions;
+    uint32_t bitrate[2];
+    uint32_t interval_min;
+    uint64_t formats;
+};
+constexpr Ability kMain{{3840, 2160, 1920, 1080, 1280, 720, 1024, 576}, 8, {512, 32768}, 1, 0xc000001f9f83fULL};
+constexpr Ability kSub{{720, 480, 640, 480, 640, 360}, 6, {512, 5120}, 1, 0x3ffff00000000ULL};
+constexpr Ability kSubNdi{{640, 360}, 2, {512, 2048}, 5, 0x3f00000000ULL};
+
+cJSON* numbers(const uint32_t* values, size_t count) {
+    cJSON* list = cJSON_CreateArray();
+    for (size_t i = 0; i < count && list != nullptr; ++i) cJSON_AddItemToArray(list, cJSON_CreateNumber(values[i]));
+    return list;
+}
+
+cJSON* ability_answer(const Stream& s) {
+    const SysInfo* info = sys_info();
+    if (info == nullptr) return nullptr;
+    const Ability& a = s.index == 0 ? kMain : (info->ndiFlag516 != 0 && info->ndi_enable != 0) ? kSubNdi : kSub;
+    cJSON* out = cJSON_CreateObject();
+    if (out == nullptr) return nullptr;
+    const uint32_t rates[2] = {15, 60};
+    const uint32_t interval[2] = {a.interval_min, 120};
+    json_answer_number(out, "mode", 3);
+    json_answer(out, "resolution", numbers(a.resolution.data(), a.resolutions));
+    json_answer(out, "bitrate", numbers(a.bitrate, 2));
+    json_answer(out, "frmrate", numbers(rates, 2));
+    json_answer_number(out, "rcmode", 3);
+    json_answer(out, "interval", numbers(interval, 2));
+    json_answer(out, "format", json_format_list(a.formats, 0));
+    return out;
+}
+
+}  // namespace
+
+int json_venc_get_ctrl(cJSON* member, cJSON* reply) {
+    return stream_walk(member, reply, false, [](const Stream& s, cJSON* item) -> cJSON* {
+        const SysInfo* info = sys_info();
+        return info != nullptr ? selected(stream_answer(*info, s), item) : nullptr;
+    });
+}
+
+int json_venc_set_ctrl(cJSON* member, cJSON* reply) { return stream_walk(member, reply, true, write_stream); }
+
+int json_venc_ability_get_ctrl(cJSON* member, cJSON* reply) {
+    return stream_walk(member, reply, false,
+                       [](const Stream& s, cJSON* item) -> cJSON* { return selected(ability_answer(s), item); });
+}
