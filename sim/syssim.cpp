@@ -166,6 +166,16 @@ void factory_ai(AiInfo& ai) {
 
 void publish_magic(uint32_t& word) { __atomic_store_n(&word, kInfoMagic, __ATOMIC_RELEASE); }
 
+// The main and sub streams are also kept per codec (H.264 or H.265), so that
+// a stream switched back finds what it had.
+void save_codec(SysStore& store, const StreamParams& stream) {
+    const uint32_t index = stream.word[0], codec = stream.word[6];
+    if (index >= 2 || (codec != 0 && codec != 2)) return;
+    auto* saved = reinterpret_cast<SavedCodecs*>(store.ext);
+    saved->stream[index][codec == 2 ? 1 : 0] = stream;
+    saved->magic = kInfoMagic;
+}
+
 // ---- the server -----------------------------------------------------------
 
 struct Server {
@@ -200,6 +210,8 @@ struct Server {
         s.cam.word[994] = static_cast<int32_t>(kCamInfoMarker);
         factory_ai(s.ai);
         std::memset(s.ext, 0, sizeof s.ext);
+        save_codec(s, si.stream[0]);
+        save_codec(s, si.stream[1]);
         std::memset(&s.motor, 0, sizeof s.motor);
         publish_magic(s.state.magic);
         publish_magic(s.info.magic);  // last: readers take the store as valid from here on
@@ -398,14 +410,7 @@ bool set_stream(Server& s, const Row&, Payload p) {
     std::memcpy(&next, p.data(), sizeof next);
     if (next.word[0] >= 4) return false;
     std::memcpy(&s.info().stream[next.word[0]], &next, sizeof next);
-    // The main and sub streams are also kept per codec (H.264 or H.265), so
-    // that a stream switched back finds what it had.
-    const uint32_t codec = next.word[6];
-    if (next.word[0] < 2 && (codec == 0 || codec == 2)) {
-        auto* saved = reinterpret_cast<SavedCodecs*>(s.store().ext);
-        saved->stream[next.word[0]][codec == 2 ? 1 : 0] = next;
-        saved->magic = kInfoMagic;
-    }
+    save_codec(s.store(), next);
     return true;
 }
 

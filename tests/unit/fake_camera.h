@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "camera/image_ctrl.h"
+#include "hex_text.h"
+
 
 namespace fake {
 
@@ -26,16 +28,6 @@ struct Exchange {
     Bytes packet;
     int capacity = -1;  // -1: no capacity pointer
 };
-
-inline std::string hex_of(const Bytes& bytes) {
-    std::string s;
-    char b[4];
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        std::snprintf(b, sizeof b, i ? " %02x" : "%02x", bytes[i]);
-        s += b;
-    }
-    return s;
-}
 
 struct FakeCamera {
     std::vector<Exchange> log;

@@ -3,7 +3,6 @@
 // commands with their payload bytes and the shell lines (glob patterns) that
 // went out. The fake plays the server's part, so an answer read back after a
 // command shows what the command carried.
-#include <fnmatch.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -13,23 +12,10 @@
 
 #include "cgi/upload.h"
 #include "fake_camera.h"
-#include "fake_shell.h"
-#include "fake_system.h"
-#include "json/json_ctrl_func.h"
 #include "json/json_system.h"
-#include "json_reply.h"
+#include "section_cases.h"
 
 namespace {
-
-std::string hex(uint32_t id, const std::vector<uint8_t>& data) {
-    std::string s = std::to_string(id);
-    char b[4];
-    for (uint8_t byte : data) {
-        std::snprintf(b, sizeof b, " %02x", byte);
-        s += b;
-    }
-    return s;
-}
 
 class JsonSystem : public fake::FakeSystemTest {
 protected:
@@ -75,14 +61,7 @@ protected:
     }
 };
 
-struct Case {
-    const char* name;
-    bool set;
-    std::string request;
-    std::string reply;               // empty: not compared; "{KEY}" stands for the access key
-    std::vector<std::string> sent;   // "id bytes…", each a prefix of what went out
-    std::vector<std::string> shell;  // glob patterns, in order
-};
+using Case = fake::SectionCase;
 
 const std::string kTask1 =
     R"("task1":{"enable":1,"mode":2,"action":3,"year":2026,"month":5,"day":6,"wday":0,"hour":7,"min":8,"sec":9})";
@@ -163,27 +142,8 @@ const std::vector<Case> kCases = {
 // clang-format on
 
 TEST_F(JsonSystem, Cases) {
-    const SysStore pristine = *sys.store;
-    for (const Case& c : kCases) {
-        SCOPED_TRACE(c.name);
-        *sys.store = pristine;
-        sys.journal.clear();
-        shell.lines.clear();
-        upload_set_armed(false);
-        std::string reply = json_reply(c.set ? json_set_ctrl : json_get_ctrl, c.request);
-        if (!c.reply.empty()) {
-            std::string want = c.reply;
-            if (const size_t at = want.find("{KEY}"); at != std::string::npos)
-                want.replace(at, 5, std::to_string(json_access_key()));
-            EXPECT_EQ(reply, want);
-        }
-        ASSERT_EQ(sys.journal.size(), c.sent.size());
-        for (size_t i = 0; i < c.sent.size(); ++i)
-            EXPECT_EQ(hex(sys.journal[i].id, sys.journal[i].data).substr(0, c.sent[i].size()), c.sent[i]);
-        ASSERT_EQ(shell.lines.size(), c.shell.size());
-        for (size_t i = 0; i < c.shell.size(); ++i)
-            EXPECT_EQ(fnmatch(c.shell[i].c_str(), shell.lines[i].c_str(), 0), 0) << shell.lines[i];
-    }
+    upload_set_armed(false);
+    fake::run_section_cases(sys, shell, kCases);
 }
 
 // Every maintenance action is one byte to its command.
@@ -199,7 +159,7 @@ TEST_F(JsonSystem, ActionsTable) {
         sys.journal.clear();
         json_reply(json_set_ctrl, std::string(R"({"system":{"system_control":")") + row.action + "\"}}");
         ASSERT_EQ(sys.journal.size(), 1u);
-        EXPECT_EQ(hex(sys.journal[0].id, sys.journal[0].data), row.sent);
+        EXPECT_EQ(fake::command_text(sys.journal[0]), row.sent);
     }
     sys.journal.clear();
     EXPECT_EQ(json_reply(json_set_ctrl, R"({"system":{"system_control":"explode"}})"),
