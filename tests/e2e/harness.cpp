@@ -242,6 +242,13 @@ std::string body_of(const std::string& reply) {
     return {};
 }
 
+std::string compact(std::string_view query) {
+    std::string out;
+    for (char c : body_of(get(query)))
+        if (c != '\t' && c != '\n') out += c;
+    return out;
+}
+
 namespace {
 
 std::string http_request(std::string_view method, std::string_view target,

@@ -28,6 +28,8 @@ std::string get(std::string_view query);
 std::string post(std::string_view query, std::string_view body);
 // The body after the blank line that ends the headers.
 std::string body_of(const std::string& reply);
+// The body of a GET reply without the JSON printer's tabs and line breaks.
+std::string compact(std::string_view query);
 
 // Plain HTTP/1.0 GET through the web server on 127.0.0.1:WEB_HTTP_PORT;
 // returns the whole response (status line, headers, body).

@@ -12,13 +12,6 @@ namespace {
 
 using namespace e2e;
 
-std::string compact(std::string_view query) {
-    std::string out;
-    for (char c : body_of(get(query)))
-        if (c != '\t' && c != '\n') out += c;
-    return out;
-}
-
 bool has_line(const std::vector<std::string>& lines, const std::string& part) {
     for (const std::string& l : lines)
         if (l.find(part) != std::string::npos) return true;

@@ -15,14 +15,6 @@ namespace {
 
 using namespace e2e;
 
-// The reply body without the printer's tabs and line breaks.
-std::string compact(std::string_view query) {
-    std::string out;
-    for (char c : body_of(get(query)))
-        if (c != '\t' && c != '\n') out += c;
-    return out;
-}
-
 // Command id and payload length of a journal line ("57 01 00 ...").
 std::pair<int, size_t> shape(const std::string& line) {
     std::istringstream in(line);

@@ -16,13 +16,6 @@ namespace {
 
 using namespace e2e;
 
-std::string compact(std::string_view query) {
-    std::string out;
-    for (char c : body_of(get(query)))
-        if (c != '\t' && c != '\n') out += c;
-    return out;
-}
-
 std::string file_text(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream s;

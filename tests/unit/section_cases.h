@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "fake_camera.h"
 #include "fake_shell.h"
 #include "fake_system.h"
 #include "hex_text.h"
@@ -53,5 +54,14 @@ inline void run_section_cases(FakeSystem& sys, FakeShell& shell, const std::vect
             EXPECT_EQ(fnmatch(c.shell[i].c_str(), shell.lines[i].c_str(), 0), 0) << shell.lines[i];
     }
 }
+
+// A section test with the fake system server, shell and camera installed.
+class SectionTest : public FakeSystemTest {
+protected:
+    FakeShell shell;
+    ShellInstalled installed_shell{shell};
+    FakeCamera camera;
+    CameraInstalled installed_camera{camera};
+};
 
 }  // namespace fake

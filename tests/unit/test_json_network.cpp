@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "fake_camera.h"
 #include "json/json_venc.h"
 #include "section_cases.h"
 
@@ -17,13 +16,8 @@ namespace {
 
 uint32_t ip(const char* dotted) { return inet_addr(dotted); }
 
-class JsonNetwork : public fake::FakeSystemTest {
+class JsonNetwork : public fake::SectionTest {
 protected:
-    fake::FakeShell shell;
-    fake::ShellInstalled installed_shell{shell};
-    fake::FakeCamera camera;
-    fake::CameraInstalled installed_camera{camera};
-
     void SetUp() override {
         SysInfo& si = sys.info();
         si.ip = ip("192.168.1.100");

@@ -11,19 +11,13 @@
 #include <vector>
 
 #include "cgi/upload.h"
-#include "fake_camera.h"
 #include "json/json_system.h"
 #include "section_cases.h"
 
 namespace {
 
-class JsonSystem : public fake::FakeSystemTest {
+class JsonSystem : public fake::SectionTest {
 protected:
-    fake::FakeShell shell;
-    fake::ShellInstalled installed_shell{shell};
-    fake::FakeCamera camera;
-    fake::CameraInstalled installed_camera{camera};
-
     void SetUp() override {
         SysInfo& si = sys.info();
         std::strcpy(si.device_name, "cam-1");
