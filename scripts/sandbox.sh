@@ -4,7 +4,8 @@
 #   IPC   - the fixed System V keys are private to the sandbox;
 #   net   - "eth0" 192.168.1.100/24, default gateway 192.168.1.1 on the other
 #           end of a veth pair that lives in a second namespace (the LAN);
-#   mount - /opt, /tmp, /mnt, /etc (overlay) and /run are the sandbox's own;
+#   mount - /opt, /tmp, /mnt, /etc (overlay), /dev and /run are the
+#           sandbox's own; /dev/ambad is run/ambad.img;
 #   PID   - ending the sandbox's first process ends everything in it.
 # As an ordinary user the same happens inside a user namespace.
 #
@@ -13,6 +14,8 @@
 #     root/{opt,tmp,mnt,etc}  what the camera sees as /opt, /tmp, /mnt, /etc
 #     web.sock                the responder's FastCGI socket (mode 0600)
 #     shell.log               journal of the firmware stand-ins
+#     board/ndi               the encoder board's export (mounted at /mnt/fpga)
+#     ambad.img               the register device (sparse, 4 GiB)
 #     web.log, console.log    the responder's output, writes to /dev/console
 #     <sim>.out               output of the simulators
 #     sandbox.ready           exists while the sandbox serves
@@ -86,6 +89,20 @@ inside() {
     mount --bind "$run/root/etc/resolv.conf" /etc/resolv.conf || { say "cannot mount /etc/resolv.conf"; exit 1; }
     [ -e /etc/srs.conf ] && mount --bind "$run/root/etc/srs.conf" /etc/srs.conf
   fi
+  # /dev of our own: the host's common nodes, and the chip's debug device
+  # /dev/ambad, backed by run/ambad.img (a sparse file as large as the 32-bit
+  # physical address space: a register written at an address lands at that
+  # offset).
+  mkdir -p /run/host-dev && mount --rbind /dev /run/host-dev &&
+    mount -t tmpfs -o mode=0755,size=64k sandbox-dev /dev || { say "cannot make /dev"; exit 1; }
+  for d in null zero full random urandom tty console ambad; do : >"/dev/$d"; done
+  for d in null zero full random urandom tty; do mount --bind "/run/host-dev/$d" "/dev/$d"; done
+  mkdir -p /dev/pts /dev/shm
+  mount --rbind /run/host-dev/pts /dev/pts 2>/dev/null
+  mount -t tmpfs -o mode=1777 sandbox-shm /dev/shm
+  ln -s /proc/self/fd /dev/fd && ln -s fd/0 /dev/stdin && ln -s fd/1 /dev/stdout && ln -s fd/2 /dev/stderr
+  ln -s pts/ptmx /dev/ptmx
+  mount --bind "$run/ambad.img" /dev/ambad || say "no register device"
   # Firmware commands write to the console; keep that in a journal.
   : >>"$run/console.log"
   mount --bind "$run/console.log" /dev/console 2>/dev/null || say "cannot redirect /dev/console"
@@ -256,6 +273,54 @@ seed "$run/root/etc/srs.conf" 'listen\t\t1935;\nmax_connections\t1000;\n'
 touch "$run/shell.log"
 for p in "${PATH_STANDINS[@]}"; do standin "$run/bin/$p"; done
 standin "$run/bin/dmesg" '[    0.000000] simulated camera: kernel log'
+# The encoder board (at 192.168.1.101) exports its /opt/ndi, which is
+# run/board/ndi here: an NFS mount of that export binds the directory at
+# /mnt/fpga, and its unmount undoes it. A mount of any other address fails,
+# as an unreachable board would. Both still journal their line first.
+real_mount=$(PATH=/usr/sbin:/usr/bin:/sbin:/bin command -v mount)
+real_umount=$(PATH=/usr/sbin:/usr/bin:/sbin:/bin command -v umount)
+sed -i '/^exit 0$/d' "$run/bin/mount" "$run/bin/umount"
+cat >>"$run/bin/mount" <<EOF
+case "\$*" in
+  *"-t nfs "*" 192.168.1.101:/opt/ndi /mnt/fpga") exec $real_mount --bind "$run_inside/board/ndi" /mnt/fpga ;;
+  *"-t nfs "*) exit 32 ;;
+esac
+exit 0
+EOF
+cat >>"$run/bin/umount" <<EOF
+case "\$*" in
+  *" /mnt/fpga") exec $real_umount -l /mnt/fpga ;;
+esac
+exit 0
+EOF
+[ -e "$run/ambad.img" ] || truncate -s 4G "$run/ambad.img"
+mkdir -p "$run/board/ndi"
+[ -e "$run/board/ndi/ndi_config.json" ] || cat >"$run/board/ndi/ndi_config.json" <<'EOF'
+{
+	"ndi":	{
+		"enable":	1,
+		"format":	"1920X1080P@60Hz",
+		"machinename":	"PTZ-4K1",
+		"channel name":	"main",
+		"groups":	{
+			"send":	"public"
+		},
+		"codec":	{
+			"shq":	{
+				"quality":	100
+			}
+		},
+		"multicast":	{
+			"send":	{
+				"enable":	false,
+				"netprefix":	"239.255.0.0",
+				"netmask":	"255.255.0.0",
+				"ttl":	1
+			}
+		}
+	}
+}
+EOF
 # The card reader's status as the storage service leaves it: a card is in.
 seed "$run/root/tmp/sd.status" '1\n'
 seed "$run/root/tmp/sddev" 'mmcblk0p1\n'

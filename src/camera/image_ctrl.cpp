@@ -462,6 +462,24 @@ int image_announce_addr(uint32_t addr) {
     return chan_nowait(packet.data(), static_cast<int>(packet.size())) < 0 ? -1 : 0;
 }
 
+// The encoder board's address: 90 50, eight nibbles (two per octet, high
+// first), FF.
+uint32_t fpga_get_ip() {
+    std::array<uint8_t, 16> reply{0x81, 0x09, 0x08, 0xAB, 0xFF};
+    int capacity = static_cast<int>(reply.size());
+    if (chan_wait(reply.data(), 5, &capacity) != 11 || reply[1] != 0x50) return 0xFFFFFFFFu;
+    uint32_t addr = 0;
+    auto* octet = reinterpret_cast<uint8_t*>(&addr);  // network order: first octet first
+    for (size_t i = 0; i < 4; ++i)
+        octet[i] = static_cast<uint8_t>((reply[2 + 2 * i] & 0x0F) << 4 | (reply[3 + 2 * i] & 0x0F));
+    return addr;
+}
+
+int image_encoder_reload() {
+    static constexpr std::array<uint8_t, 5> kReload{0x81, 0x01, 0x08, 0xA0, 0xFF};
+    return chan_nowait(kReload.data(), static_cast<int>(kReload.size()));
+}
+
 // ---- drives ------------------------------------------------------------------------------
 int image_zoom_ctrl(int direction, int speed) {
     if (speed < 0 || speed > 7) return -1;

@@ -68,6 +68,10 @@ int image_params_save(int value);
 int image_camera_version(char* out, size_t size);
 // The device's IPv4 address (network byte order) told to the camera module.
 int image_announce_addr(uint32_t addr);
+// The encoder board's IPv4 address (network byte order), or 0xFFFFFFFF (-1).
+uint32_t fpga_get_ip();
+// Tells the encoder board to load its configuration again; the send's result.
+int image_encoder_reload();
 
 // ---- drives and moves ------------------------------------------------------------
 int image_zoom_ctrl(int direction, int speed);   // 0 stop, 1 in, 2 out; speed 0..7

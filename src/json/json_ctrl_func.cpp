@@ -20,6 +20,7 @@
 #include "json/json_ai.h"
 #include "json/json_audio.h"
 #include "json/json_ethernet.h"
+#include "json/json_full_ndi.h"
 #include "json/json_gb28181.h"
 #include "json/json_image.h"
 #include "json/json_ntp.h"
@@ -40,7 +41,7 @@ namespace {
 constexpr std::array<JsonSection, 18> kGetSections{{
     {"key", SectionValue::any, nullptr},
     {"ndi", SectionValue::any, json_section_pending},
-    {"full ndi", SectionValue::any, json_section_pending},
+    {"full ndi", SectionValue::any, json_full_ndi_get_ctrl},
     {"srt", SectionValue::any, json_section_pending},
     {"gb28181", SectionValue::any, json_gb28181_get_ctrl},
     {"FreeD", SectionValue::any, json_freed_get_ctrl},
@@ -72,7 +73,7 @@ constexpr std::array<JsonSection, 18> kSetSections{{
     {"NTP", SectionValue::object, json_ntp_set_ctrl},
     {"reg", SectionValue::object, json_reg_set_ctrl},
     {"ndi", SectionValue::object, json_section_pending},
-    {"full ndi", SectionValue::object, json_section_pending},
+    {"full ndi", SectionValue::object, json_full_ndi_set_ctrl},
     {"srt", SectionValue::object, json_section_pending},
     {"gb28181", SectionValue::object, json_gb28181_set_ctrl},
     {"FreeD", SectionValue::object, json_freed_set_ctrl},

@@ -1,0 +1,76 @@
+// The encoder board's NDI configuration over its export, registers through
+// the chip's debug device, and "file ctrl", on the simulated camera.
+#include "e2e/harness.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace e2e;
+
+std::string file_text(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+bool has_line(const std::vector<std::string>& lines, const std::string& part) {
+    for (const std::string& l : lines)
+        if (l.find(part) != std::string::npos) return true;
+    return false;
+}
+
+TEST(ServiceE2E, FullNdiOverTheBoardsExport) {
+    Journal shell("shell.log");
+    Journal visca("visca.log");
+    shell.mark();
+    EXPECT_EQ(compact(R"(func=get{"full ndi":{"device name":true,"multicast":true,"discovery server":true}})"),
+              R"({"full ndi":{"device name":"PTZ-4K1","multicast":{"enable":0,"IP":"239.255.0.0","Mask":"255.255.0.0",)"
+              R"("TTL":1},"discovery server":""},"status":true})");
+    const std::vector<std::string> mounted = shell.take(2);
+    EXPECT_TRUE(has_line(mounted, "192.168.1.101:/opt/ndi /mnt/fpga"));
+    EXPECT_TRUE(has_line(mounted, "umount -fl /mnt/fpga"));
+
+    visca.mark();
+    const std::string saved = compact(R"(func=set{"full ndi":{"channel name":"studio","quality":90}})");
+    EXPECT_NE(saved.find(R"("channel name":"studio","groups")"), std::string::npos) << saved;
+    const std::string board = file_text(run_path("board/ndi/ndi_config.json"));
+    EXPECT_NE(board.find("\"channel name\":\t\"studio\""), std::string::npos) << board;
+    EXPECT_NE(board.find("\"quality\":\t90"), std::string::npos) << board;
+    EXPECT_TRUE(has_line(visca.wait_lines(1), "81 01 08 a0 ff"));
+    compact(R"(func=set{"full ndi":{"channel name":"main","quality":100}})");
+}
+
+TEST(ServiceE2E, RegisterWrittenReadBackAndInTheImage) {
+    EXPECT_EQ(compact(R"(func=set{"reg":{"0x10000020":"0xcafe0001","268435492":"255"}})"),
+              R"({"reg":{"0x10000020":"0xcafe0001","268435492":"0xff"},"status":true})");
+    EXPECT_EQ(compact(R"(func=get{"reg":{"268435488":true,"0X10000024":true}})"),
+              R"({"reg":{"268435488":"0xcafe0001","0X10000024":"0xff"},"status":true})");
+    std::ifstream image(run_path("ambad.img"), std::ios::binary);
+    image.seekg(0x10000020);
+    uint8_t bytes[8] = {};
+    image.read(reinterpret_cast<char*>(bytes), sizeof bytes);
+    EXPECT_EQ(bytes[0] | bytes[1] << 8 | bytes[2] << 16 | uint32_t{bytes[3]} << 24, 0xcafe0001u);
+    EXPECT_EQ(bytes[4], 0xff);
+}
+
+TEST(ServiceE2E, FileCtrl) {
+    const std::string path = run_path("root/tmp/fc.bin");
+    std::ofstream(path) << "0123456789";
+    EXPECT_EQ(compact(R"(func=set{"file ctrl":{"path":"/tmp/fc.bin","index":4,"data":[65,66,"x",67]}})"),
+              R"({"file ctrl":true,"status":true})");
+    EXPECT_EQ(file_text(path), "0123AB6789");
+    compact(R"(func=set{"file ctrl":{"path":"/tmp/fc.bin","rewrite":true,"index":2,"data":[90]}})");
+    EXPECT_EQ(file_text(path), std::string("\0\0Z", 3));
+    std::remove(path.c_str());
+}
+
+}  // namespace
