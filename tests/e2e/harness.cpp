@@ -242,6 +242,19 @@ std::string body_of(const std::string& reply) {
     return {};
 }
 
+std::string read_file(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+bool has_line(const std::vector<std::string>& lines, std::string_view part) {
+    for (const std::string& l : lines)
+        if (l.find(part) != std::string::npos) return true;
+    return false;
+}
+
 std::string compact(std::string_view query) {
     std::string out;
     for (char c : body_of(get(query)))

@@ -28,6 +28,11 @@ std::string get(std::string_view query);
 std::string post(std::string_view query, std::string_view body);
 // The body after the blank line that ends the headers.
 std::string body_of(const std::string& reply);
+// A whole file, or "" when it cannot be read.
+std::string read_file(const std::string& path);
+// True when one of `lines` contains `part`.
+bool has_line(const std::vector<std::string>& lines, std::string_view part);
+
 // The body of a GET reply without the JSON printer's tabs and line breaks.
 std::string compact(std::string_view query);
 

@@ -12,12 +12,6 @@ namespace {
 
 using namespace e2e;
 
-bool has_line(const std::vector<std::string>& lines, const std::string& part) {
-    for (const std::string& l : lines)
-        if (l.find(part) != std::string::npos) return true;
-    return false;
-}
-
 // The camera's address is put back whatever the test did: the other tests
 // read links built from it.
 class EthernetE2E : public ::testing::Test {

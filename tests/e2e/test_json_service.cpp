@@ -15,19 +15,6 @@ namespace {
 
 using namespace e2e;
 
-std::string file_text(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-bool has_line(const std::vector<std::string>& lines, const std::string& part) {
-    for (const std::string& l : lines)
-        if (l.find(part) != std::string::npos) return true;
-    return false;
-}
-
 TEST(ServiceE2E, FullNdiOverTheBoardsExport) {
     Journal shell("shell.log");
     Journal visca("visca.log");
@@ -42,7 +29,7 @@ TEST(ServiceE2E, FullNdiOverTheBoardsExport) {
     visca.mark();
     const std::string saved = compact(R"(func=set{"full ndi":{"channel name":"studio","quality":90}})");
     EXPECT_NE(saved.find(R"("channel name":"studio","groups")"), std::string::npos) << saved;
-    const std::string board = file_text(run_path("board/ndi/ndi_config.json"));
+    const std::string board = read_file(run_path("board/ndi/ndi_config.json"));
     EXPECT_NE(board.find("\"channel name\":\t\"studio\""), std::string::npos) << board;
     EXPECT_NE(board.find("\"quality\":\t90"), std::string::npos) << board;
     EXPECT_TRUE(has_line(visca.wait_lines(1), "81 01 08 a0 ff"));
@@ -67,9 +54,9 @@ TEST(ServiceE2E, FileCtrl) {
     std::ofstream(path) << "0123456789";
     EXPECT_EQ(compact(R"(func=set{"file ctrl":{"path":"/tmp/fc.bin","index":4,"data":[65,66,"x",67]}})"),
               R"({"file ctrl":true,"status":true})");
-    EXPECT_EQ(file_text(path), "0123AB6789");
+    EXPECT_EQ(read_file(path), "0123AB6789");
     compact(R"(func=set{"file ctrl":{"path":"/tmp/fc.bin","rewrite":true,"index":2,"data":[90]}})");
-    EXPECT_EQ(file_text(path), std::string("\0\0Z", 3));
+    EXPECT_EQ(read_file(path), std::string("\0\0Z", 3));
     std::remove(path.c_str());
 }
 

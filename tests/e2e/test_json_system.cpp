@@ -16,20 +16,6 @@ namespace {
 
 using namespace e2e;
 
-std::string file_text(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-// True when some line ends with `tail`.
-bool has_line_ending(const std::vector<std::string>& lines, const std::string& tail) {
-    for (const std::string& l : lines)
-        if (l.size() >= tail.size() && l.compare(l.size() - tail.size(), tail.size(), tail) == 0) return true;
-    return false;
-}
-
 const std::string kErrorParams = "{\"status\":-1,\"message\":Error params.\n}";
 
 TEST(JsonSystemE2E, FirmwareUpdateFlow) {
@@ -41,11 +27,11 @@ TEST(JsonSystemE2E, FirmwareUpdateFlow) {
     EXPECT_EQ(body_of(post("path=update", first)), "{\"status\":1,\"size\":3000}");
     EXPECT_EQ(body_of(post("path=update", second)), "{\"status\":1,\"size\":" + std::to_string(second.size()) + "}");
     const std::string image = run_path("root/tmp/update.bin");
-    EXPECT_EQ(file_text(image), first + second);
+    EXPECT_EQ(read_file(image), first + second);
     ASSERT_EQ(compact(R"(func=set{"system":{"post_update":"end"}})"), R"({"system":{"post_update":true},"status":true})");
-    EXPECT_TRUE(has_line_ending(shell.wait_lines(1), "/opt/ipnc/sys_update"));
+    EXPECT_TRUE(has_line(shell.wait_lines(1), "/opt/ipnc/sys_update"));
     EXPECT_EQ(body_of(post("path=update", "more")), kErrorParams);
-    EXPECT_EQ(file_text(image), first + second);
+    EXPECT_EQ(read_file(image), first + second);
 }
 
 TEST(JsonSystemE2E, LoginChangeOpensPosts) {
@@ -80,7 +66,7 @@ TEST(JsonSystemE2E, ActionsReachTheServer) {
 TEST(JsonSystemE2E, ParameterExport) {
     EXPECT_EQ(compact(R"(func=get{"system":{"params":true}})"),
               R"({"system":{"params":"http://192.168.1.100/fw_params.bin"},"status":true})");
-    const std::string file = file_text(run_path("root/opt/ipnc/www/fw_params.bin"));
+    const std::string file = read_file(run_path("root/opt/ipnc/www/fw_params.bin"));
     ASSERT_GT(file.size(), 344u);
     auto u32 = [&](size_t at) {
         return static_cast<uint32_t>(static_cast<uint8_t>(file[at]) | static_cast<uint8_t>(file[at + 1]) << 8 |
@@ -116,7 +102,7 @@ TEST(JsonSystemE2E, LogLinks) {
               R"({"system":{"log":"http://192.168.1.100:80/tmp/system.log"},"status":true})");
     EXPECT_EQ(compact(R"(func=get{"system":{"log":"kernel"}})"),
               R"({"system":{"log":"http://192.168.1.100:80/tmp/kernel.log"},"status":true})");
-    EXPECT_NE(file_text(run_path("root/tmp/kernel.log")).find("simulated camera"), std::string::npos);
+    EXPECT_NE(read_file(run_path("root/tmp/kernel.log")).find("simulated camera"), std::string::npos);
 }
 
 TEST(JsonSystemE2E, SdCard) {
@@ -134,9 +120,9 @@ TEST(JsonSystemE2E, SdCard) {
     EXPECT_EQ(compact(R"(func=set{"system":{"sd":{"format":"fat32"}}})"),
               R"({"system":{"sd":{"format":true}},"status":true})");
     const std::vector<std::string> lines = shell.wait_lines(3);
-    EXPECT_TRUE(has_line_ending(lines, "umount -fl /mnt/sd"));
-    EXPECT_TRUE(has_line_ending(lines, "mkfs.vfat /dev/mmcblk0p1"));
-    EXPECT_TRUE(has_line_ending(lines, "sd-automount mmcblk0p1"));
+    EXPECT_TRUE(has_line(lines, "umount -fl /mnt/sd"));
+    EXPECT_TRUE(has_line(lines, "mkfs.vfat /dev/mmcblk0p1"));
+    EXPECT_TRUE(has_line(lines, "sd-automount mmcblk0p1"));
 }
 
 }  // namespace

@@ -230,13 +230,6 @@ TEST(AiSection, TrackingLocksManualPanTilt) {
 
 namespace {
 
-std::string read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 // The sandbox's first process: it lives in the camera's network and mount
 // namespaces, so /proc/<pid>/net and /proc/<pid>/root show the camera's view.
 std::string camera_proc() {

@@ -22,13 +22,6 @@ namespace {
 
 using namespace e2e;
 
-std::string read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 std::string environ_of(pid_t pid) {
     std::string env = read_file("/proc/" + std::to_string(pid) + "/environ");
     for (char& c : env)
