@@ -234,7 +234,7 @@ cJSON* echo(const cJSON* taken, const SysInfo& info) {
 int write_eth0(cJSON* item, cJSON* answer) {
     const SysInfo* info = sys_info();
     JsonTree taken(info != nullptr ? cJSON_CreateObject() : nullptr);
-    if (!taken || !cJSON_IsObject(item)) {
+    if (!taken) {
         json_answer_false(answer, item->string);
         return -1;
     }
@@ -250,29 +250,27 @@ int write_eth0(cJSON* item, cJSON* answer) {
     return 0;
 }
 
-bool is_eth0(const cJSON* item) { return same_word(item->string, kIf); }
+// The one interface the section knows.
+struct Interface {
+    std::string_view name;
+};
+constexpr std::array<Interface, 1> kInterfaces{{{kIf}}};
 
 }  // namespace
 
 int json_ethernet_get_ctrl(cJSON* member, cJSON* reply) {
     const auto* info = reinterpret_cast<const uint8_t*>(sys_info());
-    return json_section_walk(member, reply, [info](cJSON* item, cJSON* answer, int& result) {
-        if (!is_eth0(item)) {
-            json_answer_false(answer, item->string);
-            result = -1;
-            return;
-        }
-        if (fields_read(kFields, info, item, answer, {.non_true_fails = false}) != 0) result = -1;
-    });
+    return json_rows_walk(std::span<const Interface>(kInterfaces), member, reply, false,
+                          [info](const Interface&, cJSON* item, cJSON* answer) {
+                              return fields_read(kFields, info, item, answer, {.non_true_fails = false}) == 0;
+                          });
 }
 
 int json_ethernet_set_ctrl(cJSON* member, cJSON* reply) {
-    const int result = json_section_walk(member, reply, [](cJSON* item, cJSON* answer, int& result) {
-        if (!is_eth0(item) || write_eth0(item, answer) != 0) {
-            if (!is_eth0(item)) json_answer_false(answer, item->string);
-            result = -1;
-        }
-    });
+    const int result = json_rows_walk(std::span<const Interface>(kInterfaces), member, reply, true,
+                                      [](const Interface&, cJSON* item, cJSON* answer) {
+                                          return write_eth0(item, answer) == 0;
+                                      });
     json_access_key_update();  // the key follows the network identity
     return result;
 }

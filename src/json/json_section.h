@@ -68,6 +68,35 @@ int json_section_walk(cJSON* member, cJSON* reply, Each&& each) {
     return result;
 }
 
+// The walk of a section whose members are named by the rows of a table
+// ("main" and "sub", "eth0"): a member no row names, or whose value is
+// neither an object nor (unless `objects_only`) true, answers false and
+// fails; the others go to `serve(row, item, answer)`, which answers the
+// member and says whether it succeeded.
+template <typename Row, typename Serve>
+int json_rows_walk(std::span<const Row> rows, cJSON* member, cJSON* reply, bool objects_only, Serve&& serve) {
+    return json_section_walk(member, reply, [&](cJSON* item, cJSON* answer, int& result) {
+        const Row* row = find_row(rows, item->string);
+        if (row == nullptr || !(cJSON_IsObject(item) || (!objects_only && cJSON_IsTrue(item)))) {
+            json_answer_false(answer, item->string);
+            result = -1;
+            return;
+        }
+        if (!serve(*row, item, answer)) result = -1;
+    });
+}
+
+// Answers `value` under the item's key, or false when it is null; whether
+// there was a value.
+inline bool json_answer_value(cJSON* answer, const cJSON* item, cJSON* value) {
+    if (value == nullptr) {
+        json_answer_false(answer, item->string);
+        return false;
+    }
+    json_answer(answer, item->string, value);
+    return true;
+}
+
 // ---- field tables over a record block ------------------------------------------
 // A settings section is a table of keys over one block of a record: each row
 // names its key, its place in the block and its JSON form. One reader answers

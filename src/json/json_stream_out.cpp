@@ -33,23 +33,11 @@ constexpr std::array<Stream, 2> kStreams{{
     {"sub", 38, 40, 16, "multicast/sub"},
 }};
 
-const Stream* stream_of(const cJSON* item) { return find_row(std::span<const Stream>(kStreams), item->string); }
 size_t index_of(const Stream& s) { return static_cast<size_t>(&s - kStreams.data()); }
 
-// The walk both sections share: "main" and "sub" only, with a value the
-// section takes; `serve` answers the stream and says whether it succeeded.
 template <typename Serve>
 int stream_walk(cJSON* member, cJSON* reply, bool objects_only, Serve serve) {
-    return json_section_walk(member, reply, [&](cJSON* item, cJSON* answer, int& result) {
-        const Stream* stream = stream_of(item);
-        const bool fits = cJSON_IsObject(item) || (!objects_only && cJSON_IsTrue(item));
-        if (stream == nullptr || !fits) {
-            json_answer_false(answer, item->string);
-            result = -1;
-            return;
-        }
-        if (!serve(*stream, item, answer)) result = -1;
-    });
+    return json_rows_walk(std::span<const Stream>(kStreams), member, reply, objects_only, serve);
 }
 
 // ---- rtmp ------------------------------------------------------------------------

@@ -148,14 +148,7 @@ const uint8_t* record(Rec rec) {
 }
 
 // Answers `value` (false when null); -1 when it was null.
-int give(cJSON* item, cJSON* answer, cJSON* value) {
-    if (value == nullptr) {
-        json_answer_false(answer, item->string);
-        return -1;
-    }
-    json_answer(answer, item->string, value);
-    return 0;
-}
+int give(cJSON* item, cJSON* answer, cJSON* value) { return json_answer_value(answer, item, value) ? 0 : -1; }
 
 cJSON* record_value(const Row& row) {
     const uint8_t* block = record(row.rec);

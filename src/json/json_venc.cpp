@@ -141,8 +141,6 @@ struct Stream {
 };
 constexpr std::array<Stream, 2> kStreams{{{"main", "stream/main", 0}, {"sub", "stream/sub", 1}}};
 
-const Stream* stream_of(const cJSON* item) { return find_row(std::span<const Stream>(kStreams), item->string); }
-
 Record record_of(const SysInfo& info, const Stream& s) {
     Record r{};
     std::memcpy(r.data(), info.stream[s.index].word, sizeof r);
@@ -216,20 +214,13 @@ cJSON* selected(cJSON* whole, const cJSON* request) {
 }
 
 // The walk of both read sections and of the write: "main" and "sub" with a
-// value the handler takes.
-template <typename Serve>
-int stream_walk(cJSON* member, cJSON* reply, bool objects_only, Serve serve) {
-    return json_section_walk(member, reply, [&](cJSON* item, cJSON* answer, int& result) {
-        const Stream* s = stream_of(item);
-        const bool fits = cJSON_IsObject(item) || (!objects_only && cJSON_IsTrue(item));
-        cJSON* value = s != nullptr && fits ? serve(*s, item) : nullptr;
-        if (value == nullptr) {
-            json_answer_false(answer, item->string);
-            result = -1;
-            return;
-        }
-        json_answer(answer, item->string, value);
-    });
+// value the handler takes; `build` makes the stream's answer (null: false).
+template <typename Build>
+int stream_walk(cJSON* member, cJSON* reply, bool objects_only, Build build) {
+    return json_rows_walk(std::span<const Stream>(kStreams), member, reply, objects_only,
+                          [&](const Stream& s, cJSON* item, cJSON* answer) {
+                              return json_answer_value(answer, item, build(s, item));
+                          });
 }
 
 // ---- the write -----------------------------------------------------------------------------
