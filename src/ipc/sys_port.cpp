@@ -1,5 +1,7 @@
 #include "ipc/sys_port.h"
 
+#include <cstring>
+
 #include "ipc/file_msg_drv.h"
 #include "ipc/sys_msg_drv.h"
 
@@ -25,6 +27,17 @@ int sys_command(uint32_t cmd, void* data, int length, int* capacity) {
 int sys_send(uint32_t cmd, const void* data, int length) {
     if (data == nullptr || length < 0) return -1;
     return sys_command(cmd, const_cast<void*>(data), length, nullptr) < 0 ? -1 : 0;
+}
+
+int sys_send_number(uint32_t cmd, uint32_t value, int width) {
+    if (width < 1 || width > 4) return -1;
+    uint8_t payload[4];
+    for (int i = 0; i < 4; ++i) payload[i] = static_cast<uint8_t>(value >> (8 * i));
+    return sys_send(cmd, payload, width);
+}
+
+int sys_send_text(uint32_t cmd, const char* text) {
+    return text != nullptr ? sys_send(cmd, text, static_cast<int>(std::strlen(text))) : -1;
 }
 
 SysInfo* sys_info() { return pick(&SysPort::info, GetSysInfo)(); }

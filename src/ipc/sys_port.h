@@ -26,6 +26,10 @@ int sys_command(uint32_t cmd, void* data, int length, int* capacity);
 // A command whose reply carries no data: 0 when the server took it, -1 when
 // the send failed or the server refused it (a negative reply length).
 int sys_send(uint32_t cmd, const void* data, int length);
+// The same for a number sent as its low `width` bytes (1 to 4), little-endian,
+// and for a text sent without its terminator.
+int sys_send_number(uint32_t cmd, uint32_t value, int width);
+int sys_send_text(uint32_t cmd, const char* text);
 SysInfo* sys_info();
 SysState* sys_state(int wait);
 CamInfo* sys_cam_info();

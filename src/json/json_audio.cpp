@@ -105,7 +105,7 @@ int json_audio_set_ctrl(cJSON* member, cJSON* reply) {
     int result = block_write(kBlock, member, ctx, {.all_or_nothing = false, .only_changed = true});
     for (size_t i = 0; i < kAside.size(); ++i) {
         if (aside[i] == -1) continue;
-        if (sys_send(kAside[i].command, &aside[i], sizeof aside[i]) != 0) result = -1;
+        if (sys_send_number(kAside[i].command, static_cast<uint32_t>(aside[i]), 4) != 0) result = -1;
     }
     if (result != 0) {
         json_answer_false(reply, member->string);

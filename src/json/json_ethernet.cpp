@@ -120,13 +120,6 @@ constexpr std::array<PortCommand, 9> kPortCommands{{
     {nullptr, &SysInfo::ssdp, 14, 4, false},
 }};
 
-// A value as the little-endian payload of `width` bytes.
-bool send_value(uint32_t command, uint32_t value, int width) {
-    uint8_t payload[4];
-    for (int i = 0; i < 4; ++i) payload[i] = static_cast<uint8_t>(value >> (8 * i));
-    return sys_send(command, payload, width) == 0;
-}
-
 // The four server ports differ from each other, and only the HTTP port may be 80.
 bool ports_consistent(const SysInfo& w) {
     const std::array<uint16_t, 4> ports{w.httpPort, w.webPort, w.rtspPort, w.rtmpPort};
@@ -177,7 +170,7 @@ std::string mac_text(const uint8_t* mac) {
 
 // Steps 3 to 7 of a write: false at the first step that fails.
 bool apply(const SysInfo& w, const SysInfo& now, const Pending& pending) {
-    if (w.dhcp != now.dhcp && !send_value(kCmdDhcp, w.dhcp, 4)) return false;
+    if (w.dhcp != now.dhcp && sys_send_number(kCmdDhcp, w.dhcp, 4) != 0) return false;
     if (!ports_consistent(w)) return false;
     if (w.dhcp == 0) {
         SysState* state = sys_state(1);
@@ -194,9 +187,7 @@ bool apply(const SysInfo& w, const SysInfo& now, const Pending& pending) {
                 inet_ntop(AF_INET, &a, text, sizeof text);
                 if (net_set_dns1(text) != 0) return false;
             }
-            uint8_t payload[4];
-            std::memcpy(payload, &(w.*c.value), 4);
-            if (sys_send(c.command, payload, 4) != 0) return false;
+            if (sys_send(c.command, &(w.*c.value), 4) != 0) return false;  // network order as it stands
         }
     }
     if (!pending.mac.empty() && pending.mac != mac_text(now.mac)) {
@@ -209,7 +200,7 @@ bool apply(const SysInfo& w, const SysInfo& now, const Pending& pending) {
         const uint32_t from = c.port != nullptr ? now.*c.port : now.*c.flag;
         if (to == from) continue;
         if (c.must_be_free && net_check_port(static_cast<unsigned short>(to)) != 0) return false;
-        if (!send_value(c.command, to, c.width)) return false;
+        if (sys_send_number(c.command, to, c.width) != 0) return false;
     }
     return true;
 }

@@ -76,7 +76,7 @@ constexpr uint32_t kCmdVideoOutput = 47;
 constexpr uint32_t kCmdDigitalZoom = 49;
 constexpr int32_t kDigitalZoomFull = 1024;
 
-int send_to_system(uint32_t command, int32_t value) { return sys_send(command, &value, sizeof value); }
+int send_to_system(uint32_t command, int32_t value) { return sys_send_number(command, static_cast<uint32_t>(value), 4); }
 
 int write_vo_en(const cJSON* item, cJSON* answer) {
     if (send_to_system(kCmdVideoOutput, item->valueint) != 0) {

@@ -92,13 +92,10 @@ bool rtmp_read(const Stream& stream, const cJSON* request, cJSON* answer) {
 
 bool rtmp_take(const Stream& stream, const cJSON* m) {
     if (same_word(m->string, "url") && cJSON_IsString(m) && m->valuestring != nullptr) {
-        const size_t length = std::strlen(m->valuestring);
-        return length < sizeof(RtmpBlock::url) &&
-               sys_send(stream.url_command, m->valuestring, static_cast<int>(length)) == 0;
+        return std::strlen(m->valuestring) < sizeof(RtmpBlock::url) && sys_send_text(stream.url_command, m->valuestring) == 0;
     }
     if (same_word(m->string, "enable") && cJSON_IsNumber(m)) {
-        const int32_t value = m->valueint;
-        return sys_send(stream.enable_command, &value, sizeof value) == 0;
+        return sys_send_number(stream.enable_command, static_cast<uint32_t>(m->valueint), 4) == 0;
     }
     return false;
 }

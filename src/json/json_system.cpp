@@ -515,22 +515,19 @@ int get_params(const Row&, cJSON* item, cJSON* answer) {
 // A number command: the value's low `width` bytes, then the record value the
 // row names (or true).
 int send_number(const Row& row, cJSON* item, cJSON* answer) {
-    uint8_t payload[4];
-    put_le(payload, static_cast<uint32_t>(item->valueint));
-    if (sys_send(row.command, payload, row.width) != 0) return give(item, answer, nullptr);
+    if (sys_send_number(row.command, static_cast<uint32_t>(item->valueint), row.width) != 0)
+        return give(item, answer, nullptr);
     return give(item, answer, row.rec != Rec::none ? record_value(row) : cJSON_CreateTrue());
 }
 
 // The device name and serial number commands carry the member's key text,
 // not its value: the system server expects exactly that.
 int send_key_text(const Row& row, cJSON* item, cJSON* answer) {
-    const int length = static_cast<int>(std::strlen(item->string));
-    return give(item, answer, sys_send(row.command, item->string, length) == 0 ? cJSON_CreateTrue() : nullptr);
+    return give(item, answer, sys_send_text(row.command, item->string) == 0 ? cJSON_CreateTrue() : nullptr);
 }
 
 int set_time_zone(const Row& row, cJSON* item, cJSON* answer) {
-    const size_t length = std::strlen(item->valuestring);
-    if (length >= sizeof(SysInfo::timezone) || sys_send(row.command, item->valuestring, static_cast<int>(length)) != 0)
+    if (std::strlen(item->valuestring) >= sizeof(SysInfo::timezone) || sys_send_text(row.command, item->valuestring) != 0)
         return give(item, answer, nullptr);
     return give(item, answer, record_value(row));
 }
@@ -554,7 +551,7 @@ constexpr auto kActions = std::to_array<Action>({
 
 int system_control(const Row&, cJSON* item, cJSON* answer) {
     const Action* action = find_row(std::span<const Action>(kActions), item->valuestring);
-    const bool done = action != nullptr && sys_send(action->command, &action->byte, 1) == 0;
+    const bool done = action != nullptr && sys_send_number(action->command, action->byte, 1) == 0;
     return give(item, answer, done ? cJSON_CreateTrue() : nullptr);
 }
 
@@ -649,8 +646,7 @@ int set_clock(const Row& row, cJSON* item, cJSON* answer) {
         std::snprintf(text, sizeof text, "%d:%d:%d", after.tm_hour, after.tm_min, after.tm_sec);
         value = cJSON_CreateString(text);
     }
-    const uint8_t changed = 1;
-    if (sys_send(kCmdClockChanged, &changed, 1) != 0) {
+    if (sys_send_number(kCmdClockChanged, 1, 1) != 0) {
         cJSON_Delete(value);
         value = nullptr;
     }

@@ -334,9 +334,8 @@ cJSON* write_stream(const Stream& s, cJSON* request) {
         r[static_cast<size_t>(bitrate)] = ndi_bitrate(r);
 
     if (sys_send(kCmdStream, r.data(), static_cast<int>(sizeof r)) != 0) return nullptr;
-    const int32_t index = s.index;
     for (int i = 0; i < w.key_frames; ++i)
-        if (sys_send(kCmdKeyFrame, &index, sizeof index) != 0) return nullptr;
+        if (sys_send_number(kCmdKeyFrame, static_cast<uint32_t>(s.index), 4) != 0) return nullptr;
     cJSON* out = stream_answer(*sys_info(), s);
     // Members the stream could not take stay false in the answer.
     for (const cJSON* m = taken ? taken->child : nullptr; m != nullptr && out != nullptr; m = m->next) {
