@@ -3,8 +3,6 @@
 // request that changes the device.
 #include "json/json_access.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 
 #include <array>
 #include <cstring>
@@ -53,12 +51,9 @@ void json_access_key_update() {
         LOG_ERR("GetSysInfo failed!\n");
         return;
     }
-    in_addr addr{};
-    addr.s_addr = info->dhcp != 0 ? net_get_ifaddr("eth0") : info->ip;
     const std::string user(field_text(info->user));
     const std::string password(field_text(info->password));
-    // inet_ntoa's buffer is static; copy it before anything else may reuse it.
-    const std::string dotted(inet_ntoa(addr));
+    const std::string dotted = net_dotted(info->dhcp != 0 ? net_get_ifaddr("eth0") : info->ip);
     g_access_key = json_access_key_compute(user.c_str(), password.c_str(), dotted.c_str(), info->mac);
     g_access_key_known = true;
 }

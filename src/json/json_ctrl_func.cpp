@@ -2,8 +2,6 @@
 // requests not made with GET, the access key and the login check.
 #include "json/json_ctrl_func.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 
 #include <array>
 #include <cstdlib>

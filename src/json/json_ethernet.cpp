@@ -32,13 +32,7 @@ constexpr uint32_t kCmdDhcp = 5;
 
 // ---- reading ------------------------------------------------------------------------
 
-cJSON* dotted(uint32_t addr) {
-    in_addr a{};
-    a.s_addr = addr;
-    char text[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &a, text, sizeof text);
-    return cJSON_CreateString(text);
-}
+cJSON* dotted(uint32_t addr) { return cJSON_CreateString(net_dotted(addr).c_str()); }
 
 // The addressing is read live from the interface, not from the record.
 cJSON* live(const Field& row, const uint8_t*, int) {
@@ -181,11 +175,7 @@ bool apply(const SysInfo& w, const SysInfo& now, const Pending& pending) {
         for (const AddressCommand& c : kAddressCommands) {
             if (w.*c.value == now.*c.value) continue;
             if (c.resolver) {
-                in_addr a{};
-                a.s_addr = w.*c.value;
-                char text[INET_ADDRSTRLEN] = "";
-                inet_ntop(AF_INET, &a, text, sizeof text);
-                if (net_set_dns1(text) != 0) return false;
+                if (net_set_dns1(net_dotted(w.*c.value).c_str()) != 0) return false;
             }
             if (sys_send(c.command, &(w.*c.value), 4) != 0) return false;  // network order as it stands
         }

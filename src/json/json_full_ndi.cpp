@@ -4,9 +4,7 @@
 // write saves the whole file and tells the board to load it again.
 #include "json/json_full_ndi.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <unistd.h>
 
 #include <array>
@@ -20,6 +18,7 @@
 #include "support/log.h"
 #include "support/owners.h"
 #include "support/support.h"
+#include "net/net_config.h"
 
 namespace {
 
@@ -46,11 +45,9 @@ int board_attach(bool& mounted) {
         }
         if (state != nullptr) state->encoderBoardAddr = addr;
     }
-    in_addr a{};
-    a.s_addr = addr;
     char line[160];
     std::snprintf(line, sizeof line, "mount -t nfs -o nolock -o tcp -o rsize=32768,wsize=32768 %s:/opt/ndi /mnt/fpga",
-                  inet_ntoa(a));
+                  net_dotted(addr).c_str());
     pox_system(line);
     mounted = true;
     return 0;

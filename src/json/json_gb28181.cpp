@@ -8,6 +8,7 @@
 #include <cstddef>
 
 #include "json/json_section.h"
+#include "net/net_config.h"
 
 namespace {
 
@@ -48,11 +49,9 @@ cJSON* read_client(const Field&, const uint8_t* block, int index) {
     if (index >= kFreedClients) return nullptr;  // false, and a failure
     const Freed& fd = freed(block);
     const auto i = static_cast<size_t>(index);
-    in_addr addr{};
-    addr.s_addr = fd.clientIp[i];
     cJSON* client = cJSON_CreateObject();
     json_answer_number(client, "enable", fd.clientEnable[i]);
-    json_answer(client, "ip", cJSON_CreateString(inet_ntoa(addr)));
+    json_answer(client, "ip", cJSON_CreateString(net_dotted(fd.clientIp[i]).c_str()));
     json_answer_number(client, "port", fd.clientPort[i]);
     return client;
 }

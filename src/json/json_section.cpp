@@ -11,6 +11,7 @@
 #include <string>
 
 #include "ipc/sys_port.h"
+#include "net/net_config.h"
 
 void json_answer(cJSON* answer, const char* key, cJSON* item) {
     if (item == nullptr) return;
@@ -132,9 +133,7 @@ cJSON* field_value(const Field& row, const uint8_t* block, int index) {
         return cJSON_CreateString(std::string(text, strnlen(text, row.size)).c_str());
     }
     case FieldForm::ipv4: {
-        in_addr addr{};
-        addr.s_addr = load<uint32_t>(at);
-        return cJSON_CreateString(inet_ntoa(addr));
+        return cJSON_CreateString(net_dotted(load<uint32_t>(at)).c_str());
     }
     case FieldForm::mac: {
         char text[18];

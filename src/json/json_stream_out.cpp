@@ -4,8 +4,6 @@
 // in the settings record and change whole.
 #include "json/json_stream_out.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 
 #include <array>
 #include <cstddef>
@@ -124,20 +122,16 @@ cJSON* rtsp_link(const Field& row, const uint8_t* block, int) {
     const SysInfo* info = sys_info();
     if (info == nullptr) return nullptr;
     const bool sub = block == reinterpret_cast<const uint8_t*>(&info->mcastSub);
-    in_addr addr{};
-    addr.s_addr = net_get_ifaddr("eth0");
     char link[96];
-    std::snprintf(link, sizeof link, "rtsp://%s:%1d/%s", inet_ntoa(addr), (info->rtspPort + row.arg) % 65536,
+    std::snprintf(link, sizeof link, "rtsp://%s:%1d/%s", net_dotted(net_get_ifaddr("eth0")).c_str(), (info->rtspPort + row.arg) % 65536,
                   kStreams[sub ? 1 : 0].path);
     return cJSON_CreateString(link);
 }
 
 cJSON* rtp_link(const Field&, const uint8_t* block, int) {
     const auto* m = reinterpret_cast<const McastParams*>(block);
-    in_addr addr{};
-    addr.s_addr = m->addr;
     char link[64];
-    std::snprintf(link, sizeof link, "rtp://%s:%1d", inet_ntoa(addr), static_cast<int>(m->port));
+    std::snprintf(link, sizeof link, "rtp://%s:%1d", net_dotted(m->addr).c_str(), static_cast<int>(m->port));
     return cJSON_CreateString(link);
 }
 

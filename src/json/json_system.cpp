@@ -5,9 +5,7 @@
 // kit read straight from there.
 #include "json/json_system.h"
 
-#include <arpa/inet.h>
 #include <dirent.h>
-#include <netinet/in.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
@@ -60,13 +58,7 @@ constexpr int kLogLinksMax = 128;
 // ---- small readers ------------------------------------------------------------------
 
 // The dotted address of "eth0" as it is now.
-std::string eth0_dotted() {
-    char text[INET_ADDRSTRLEN] = "0.0.0.0";
-    in_addr addr{};
-    addr.s_addr = net_get_ifaddr("eth0");
-    inet_ntop(AF_INET, &addr, text, sizeof text);
-    return text;
-}
+std::string eth0_dotted() { return net_dotted(net_get_ifaddr("eth0")); }
 
 // The first line of a small file the other processes write, at most 127
 // bytes, without its line end; empty when it cannot be read.

@@ -5,8 +5,6 @@
 // codec.
 #include "json/json_venc.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 
 #include <array>
 #include <cstdio>
@@ -182,10 +180,8 @@ cJSON* stream_answer(const SysInfo& info, const Stream& s) {
     const int interval = interval_word(r);
     add_number(out, "interval", interval >= 0 ? r[static_cast<size_t>(interval)] : 0);
 
-    in_addr addr{};
-    addr.s_addr = net_get_ifaddr("eth0");
-    char host[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &addr, host, sizeof host);
+    const std::string dotted = net_dotted(net_get_ifaddr("eth0"));
+    const char* host = dotted.c_str();
     std::snprintf(text, sizeof text, "rtsp://%s:%1d/%s", host, info.rtspPort, s.rtsp_path);
     add_text(out, "rtspUrl", text);
     std::snprintf(text, sizeof text, "rtmp://%s:%1d/app/rtmpstream%d", host, info.rtmpPort, s.index);

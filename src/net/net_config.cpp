@@ -251,7 +251,7 @@ int net_set_gateway(uint32_t gateway) {
     uint32_t mask = net_get_netmask("eth0");
     if (((addr ^ gateway) & mask) != 0) {
         in_addr in{gateway};
-        run("route add -host %s eth0", inet_ntoa(in));
+        run("route add -host %s eth0", net_dotted(in.s_addr).c_str());
     }
     char line[130];
     if (std::fgets(line, sizeof line, f.get())) {  // header
@@ -397,7 +397,7 @@ int net_check_port(unsigned short port) {
 int net_ip_in_use(uint32_t addr) {
     if (addr == net_get_ifaddr("eth0")) return 0;
     in_addr in{addr};
-    return net_ping(inet_ntoa(in), 500) == 0 ? 1 : 0;
+    return net_ping(net_dotted(in.s_addr).c_str(), 500) == 0 ? 1 : 0;
 }
 
 int net_parse_addr(char* text, unsigned char* out) {
@@ -483,3 +483,11 @@ int net_ping(const char* addr_text, int timeout) {
 }
 
 void net_set_resolv_path(const char* path) { g_resolv_conf = path != nullptr ? path : "/etc/resolv.conf"; }
+
+std::string net_dotted(uint32_t addr) {
+    in_addr a{};
+    a.s_addr = addr;
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &a, text, sizeof text);
+    return text;
+}
