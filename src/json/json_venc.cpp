@@ -269,45 +269,58 @@ uint32_t ndi_bitrate(const Record& r) {
     return static_cast<uint32_t>(rate > kNdiBitrateMax ? kNdiBitrateMax : rate);
 }
 
-// What a request asks of a stream, gathered before any of it is applied.
-struct Wanted {
-    int codec = -1, rc = -1, profile = -1;
-    int64_t bitrate = -1, interval = -1, min_qp = -1, max_qp = -1;
-    int key_frames = 0;
-};
+// What a request asks of a stream, gathered before any of it is applied
+// (-1: not asked).
+enum Ask : size_t { kAskCodec, kAskRc, kAskProfile, kAskBitrate, kAskInterval, kAskMinQp, kAskMaxQp, kAskKeyFrames, kAsks };
+using Wanted = std::array<int64_t, kAsks>;
 
-bool number(const cJSON* m, int64_t& out) {
-    if (!cJSON_IsNumber(m) || m->valuedouble < 0) return false;
-    out = m->valueint;
-    return true;
-}
+bool take_format(const cJSON* m, Record& r) { return cJSON_IsString(m) && parse_format(m->valuestring, r); }
+
+// One member of a write: a choice among `words` or a number up to `max`,
+// put straight into a record word or gathered into a slot of the request.
+struct Member {
+    std::string_view name;
+    Words words;
+    int word = -1;
+    int ask = -1;
+    int64_t max = UINT32_MAX;
+    bool (*own)(const cJSON* m, Record& r) = nullptr;
+};
+constexpr std::array<Member, 13> kMembers{{
+    {"enable", {}, kEnable},
+    {"format", {}, -1, -1, UINT32_MAX, take_format},
+    {"mode", kCodecs, -1, kAskCodec},
+    {"rcmode", kRcModes, -1, kAskRc},
+    {"profile", kProfiles, -1, kAskProfile},
+    {"col", {}, kCol},
+    {"line", {}, kLine},
+    {"frmrate", {}, kRate},
+    {"bitrate", {}, -1, kAskBitrate},
+    {"interval", {}, -1, kAskInterval},
+    {"min_qp", {}, -1, kAskMinQp},
+    {"max_qp", {}, -1, kAskMaxQp},
+    {"Iframe", {}, -1, kAskKeyFrames, kKeyFramesMax},
+}};
 
 bool take(const cJSON* m, Record& r, Wanted& w) {
-    const char* key = m->string;
-    int64_t v = 0;
-    auto word = [&](Words words, int& out) {
-        const WordCode* c = cJSON_IsString(m) ? word_find(words, m->valuestring) : nullptr;
-        if (c != nullptr) out = c->code;
-        return c != nullptr;
-    };
-    if (same_word(key, "enable")) return number(m, v) && ((r[kEnable] = static_cast<uint32_t>(v)), true);
-    if (same_word(key, "format")) return cJSON_IsString(m) && parse_format(m->valuestring, r);
-    if (same_word(key, "mode")) return word(kCodecs, w.codec);
-    if (same_word(key, "rcmode")) return word(kRcModes, w.rc);
-    if (same_word(key, "profile")) return word(kProfiles, w.profile);
-    if (same_word(key, "col")) return number(m, v) && ((r[kCol] = static_cast<uint32_t>(v)), true);
-    if (same_word(key, "line")) return number(m, v) && ((r[kLine] = static_cast<uint32_t>(v)), true);
-    if (same_word(key, "frmrate")) return number(m, v) && ((r[kRate] = static_cast<uint32_t>(v)), true);
-    if (same_word(key, "bitrate")) return number(m, w.bitrate);
-    if (same_word(key, "interval")) return number(m, w.interval);
-    if (same_word(key, "min_qp")) return number(m, w.min_qp);
-    if (same_word(key, "max_qp")) return number(m, w.max_qp);
-    if (same_word(key, "Iframe")) {
-        if (!number(m, v) || v > kKeyFramesMax) return false;
-        w.key_frames = static_cast<int>(v);
-        return true;
+    const Member* row = find_row(std::span<const Member>(kMembers), m->string);
+    if (row == nullptr) return false;
+    if (row->own != nullptr) return row->own(m, r);
+    int64_t value = 0;
+    if (!row->words.empty()) {
+        const WordCode* c = cJSON_IsString(m) ? word_find(row->words, m->valuestring) : nullptr;
+        if (c == nullptr) return false;
+        value = c->code;
+    } else {
+        if (!cJSON_IsNumber(m) || m->valuedouble < 0 || m->valuedouble > static_cast<double>(row->max)) return false;
+        value = m->valueint;
     }
-    return false;
+    if (row->word >= 0) {
+        r[static_cast<size_t>(row->word)] = static_cast<uint32_t>(value);
+    } else {
+        w[static_cast<size_t>(row->ask)] = value;
+    }
+    return true;
 }
 
 cJSON* write_stream(const Stream& s, cJSON* request) {
@@ -315,22 +328,25 @@ cJSON* write_stream(const Stream& s, cJSON* request) {
     if (info == nullptr) return nullptr;
     Record r = record_of(*info, s);
     Wanted w;
+    w.fill(-1);
     JsonTree taken(cJSON_CreateObject());
     for (const cJSON* m = request->child; m != nullptr && taken; m = m->next)
         json_answer(taken.get(), m->string, cJSON_CreateBool(take(m, r, w)));
-    if (w.codec >= 0 && static_cast<uint32_t>(w.codec) != r[kCodec]) switch_codec(r, static_cast<uint32_t>(w.codec), s);
-    if (w.rc >= 0 && static_cast<uint32_t>(w.rc) != r[kRc]) switch_rc(r, static_cast<uint32_t>(w.rc));
-    if (w.profile >= 0 && r[kCodec] == kH264) r[kW8] = static_cast<uint32_t>(w.profile);
+    auto asked = [&w](Ask a) { return w[a] >= 0; };
+    auto value = [&w](Ask a) { return static_cast<uint32_t>(w[a]); };
+    if (asked(kAskCodec) && value(kAskCodec) != r[kCodec]) switch_codec(r, value(kAskCodec), s);
+    if (asked(kAskRc) && value(kAskRc) != r[kRc]) switch_rc(r, value(kAskRc));
+    if (asked(kAskProfile) && r[kCodec] == kH264) r[kW8] = value(kAskProfile);
     const int bitrate = bitrate_word(r), interval = interval_word(r);
-    if (w.bitrate >= 0 && bitrate >= 0) r[static_cast<size_t>(bitrate)] = static_cast<uint32_t>(w.bitrate);
-    if (w.interval >= 0 && interval >= 0) r[static_cast<size_t>(interval)] = static_cast<uint32_t>(w.interval);
-    if (w.min_qp >= 0) r[kMinQp] = static_cast<uint32_t>(w.min_qp);
-    if (w.max_qp >= 0) r[kMaxQp] = static_cast<uint32_t>(w.max_qp);
+    if (asked(kAskBitrate) && bitrate >= 0) r[static_cast<size_t>(bitrate)] = value(kAskBitrate);
+    if (asked(kAskInterval) && interval >= 0) r[static_cast<size_t>(interval)] = value(kAskInterval);
+    if (asked(kAskMinQp)) r[kMinQp] = value(kAskMinQp);
+    if (asked(kAskMaxQp)) r[kMaxQp] = value(kAskMaxQp);
     if (s.index == 0 && info->ndiFlag518 != 0 && info->ndi_enable != 0 && bitrate >= 0)
         r[static_cast<size_t>(bitrate)] = ndi_bitrate(r);
 
     if (sys_send(kCmdStream, r.data(), static_cast<int>(sizeof r)) != 0) return nullptr;
-    for (int i = 0; i < w.key_frames; ++i)
+    for (int64_t i = 0; i < w[kAskKeyFrames]; ++i)
         if (sys_send_number(kCmdKeyFrame, static_cast<uint32_t>(s.index), 4) != 0) return nullptr;
     cJSON* out = stream_answer(*sys_info(), s);
     // Members the stream could not take stay false in the answer.
