@@ -150,8 +150,8 @@ void factory_state(SysState& st) {
     st.sdPresent = 1;  // a card is in the reader
     st.standby = 0;
     st.digitalZoom = 1024 - 128;
-    put_text(st.rtmpMainUrl, "rtmp://192.168.1.10/live/main");
-    put_text(st.rtmpSubUrl, "rtmp://192.168.1.10/live/sub");
+    put_text(st.rtmp[0].url, "rtmp://192.168.1.10/live/main");
+    put_text(st.rtmp[1].url, "rtmp://192.168.1.10/live/sub");
     st.encoderBoardAddr = 0xFFFFFFFFu;
 }
 
@@ -239,10 +239,10 @@ struct Server {
         SysState& cur = state();
         cur.standby = 0;
         cur.digitalZoom = st.digitalZoom;
-        cur.rtmpMainEnable = 0;
-        cur.rtmpSubEnable = 0;
-        std::memcpy(cur.rtmpMainUrl, st.rtmpMainUrl, sizeof cur.rtmpMainUrl);
-        std::memcpy(cur.rtmpSubUrl, st.rtmpSubUrl, sizeof cur.rtmpSubUrl);
+        for (int i = 0; i < 2; ++i) {
+            cur.rtmp[i].enable = 0;
+            std::memcpy(cur.rtmp[i].url, st.rtmp[i].url, sizeof cur.rtmp[i].url);
+        }
         cur.dante_enable = 0;
         std::memset(cur.power, 0, sizeof cur.power);
     }
@@ -505,10 +505,10 @@ constexpr Row kCommands[] = {
     {34, "work mode", set_work_mode, 0, 0},
     {35, "stream settings", set_stream, 0, 0},
     {36, "encoder request", journal_only, 0, 4},
-    {37, "rtmp main url", state_text, STATE(rtmpMainUrl), sizeof(SysState::rtmpMainUrl)},
-    {38, "rtmp sub url", state_text, STATE(rtmpSubUrl), sizeof(SysState::rtmpSubUrl)},
-    {39, "rtmp main enable", set_push, STATE(rtmpMainEnable), 1},
-    {40, "rtmp sub enable", set_push, STATE(rtmpSubEnable), 1},
+    {37, "rtmp main url", state_text, STATE(rtmp[0].url), sizeof(RtmpPush::url)},
+    {38, "rtmp sub url", state_text, STATE(rtmp[1].url), sizeof(RtmpPush::url)},
+    {39, "rtmp main enable", set_push, STATE(rtmp[0].enable), 1},
+    {40, "rtmp sub enable", set_push, STATE(rtmp[1].enable), 1},
     {41, "snapshot", take_snapshot, 0, 0},
     {47, "video output", info_raw, INFO(vo_en), 4},
     {49, "digital zoom", state_raw, STATE(digitalZoom), 4},

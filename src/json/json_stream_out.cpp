@@ -39,26 +39,16 @@ int stream_walk(cJSON* member, cJSON* reply, bool objects_only, Serve serve) {
 }
 
 // ---- rtmp ------------------------------------------------------------------------
-// A stream's push in the state record: enable, status, then its URL.
-struct RtmpBlock {
-    uint8_t enable;
-    uint8_t status;
-    uint8_t reserved[6];
-    char url[256];
-};
-static_assert(offsetof(SysState, rtmpSubEnable) - offsetof(SysState, rtmpMainEnable) == sizeof(RtmpBlock) &&
-              offsetof(SysState, rtmpMainUrl) - offsetof(SysState, rtmpMainEnable) == offsetof(RtmpBlock, url));
-
 constexpr auto kRtmpFields = std::to_array<Field>({
-    field("enable", FieldForm::u8, offsetof(RtmpBlock, enable)),
-    text_field("url", offsetof(RtmpBlock, url), sizeof(RtmpBlock::url)),
-    field("status", FieldForm::u8, offsetof(RtmpBlock, status)),
+    field("enable", FieldForm::u8, offsetof(RtmpPush, enable)),
+    text_field("url", offsetof(RtmpPush, url), sizeof(RtmpPush::url)),
+    field("status", FieldForm::u8, offsetof(RtmpPush, status)),
 });
 
 const uint8_t* rtmp_block(const Stream& stream) {
     const SysState* state = sys_state(1);
     if (state == nullptr) return nullptr;
-    return reinterpret_cast<const uint8_t*>(&state->rtmpMainEnable) + index_of(stream) * sizeof(RtmpBlock);
+    return reinterpret_cast<const uint8_t*>(&state->rtmp[index_of(stream)]);
 }
 
 // `true` (or no request) answers every key; an object answers its true
@@ -90,7 +80,7 @@ bool rtmp_read(const Stream& stream, const cJSON* request, cJSON* answer) {
 
 bool rtmp_take(const Stream& stream, const cJSON* m) {
     if (same_word(m->string, "url") && cJSON_IsString(m) && m->valuestring != nullptr) {
-        return std::strlen(m->valuestring) < sizeof(RtmpBlock::url) && sys_send_text(stream.url_command, m->valuestring) == 0;
+        return std::strlen(m->valuestring) < sizeof(RtmpPush::url) && sys_send_text(stream.url_command, m->valuestring) == 0;
     }
     if (same_word(m->string, "enable") && cJSON_IsNumber(m)) {
         return sys_send_number(stream.enable_command, static_cast<uint32_t>(m->valueint), 4) == 0;

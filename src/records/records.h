@@ -203,6 +203,15 @@ struct PowerTask {
 };
 static_assert(sizeof(PowerTask) == 12);
 
+// One stream's RTMP push in the state record.
+struct RtmpPush {
+    uint8_t enable;     // 0
+    uint8_t status;     // 1  kept by the system server
+    uint8_t reserved[6];
+    char url[256];      // 8
+};
+static_assert(sizeof(RtmpPush) == 264 && offsetof(RtmpPush, url) == 8);
+
 struct SysState {
     uint32_t magic;              // 0
     uint32_t updatePort;         // 4   the update companion's port, once kept
@@ -216,14 +225,7 @@ struct SysState {
     uint32_t reserved24;         // 24
     uint32_t digitalZoom;        // 28  reported as 1024 minus this
     uint8_t reserved32[8];       // 32
-    uint8_t rtmpMainEnable;      // 40
-    uint8_t rtmpMainStatus;      // 41
-    uint8_t reserved42[6];       // 42
-    char rtmpMainUrl[256];       // 48
-    uint8_t rtmpSubEnable;       // 304
-    uint8_t rtmpSubStatus;       // 305
-    uint8_t reserved306[6];      // 306
-    char rtmpSubUrl[256];        // 312
+    RtmpPush rtmp[2];            // 40   main, then sub (304)
     uint8_t reserved568[25];     // 568
     uint8_t sdPresent;           // 593
     uint8_t reserved594;         // 594
@@ -384,10 +386,8 @@ static_assert(offsetof(SysState, ready) == 20);
 static_assert(offsetof(SysState, standby) == 22);
 static_assert(offsetof(SysState, user_info) == 23);
 static_assert(offsetof(SysState, digitalZoom) == 28);
-static_assert(offsetof(SysState, rtmpMainEnable) == 40);
-static_assert(offsetof(SysState, rtmpMainUrl) == 48);
-static_assert(offsetof(SysState, rtmpSubEnable) == 304);
-static_assert(offsetof(SysState, rtmpSubUrl) == 312);
+static_assert(offsetof(SysState, rtmp) == 40);
+static_assert(offsetof(SysState, rtmp[1].url) == 312);
 static_assert(offsetof(SysState, sdPresent) == 593);
 static_assert(offsetof(SysState, dante_enable) == 595);
 static_assert(offsetof(SysState, mainLock) == 597);

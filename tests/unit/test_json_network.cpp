@@ -34,8 +34,8 @@ protected:
         std::memcpy(si.stream[1].word, sub, sizeof sub);
         si.mcastMain = {1, ip("239.1.1.1"), 5000};
         sys.state().lastAnnouncedAddr = si.ip;
-        sys.state().rtmpMainEnable = 1;
-        std::strcpy(sys.state().rtmpMainUrl, "rtmp://a/b");
+        sys.state().rtmp[0].enable = 1;
+        std::strcpy(sys.state().rtmp[0].url, "rtmp://a/b");
         sys.state().previewSub = 7;
         sys.on_command = [](const fake::Command& c, SysStore& store) {
             auto* info = reinterpret_cast<uint8_t*>(&store.info);
@@ -54,7 +54,7 @@ protected:
             for (const Landing& l : kLandings)
                 if (l.id == c.id) std::memcpy(info + l.offset, c.data.data(), l.width);
             if (c.id == 35) std::memcpy(&store.info.stream[c.data[0]], c.data.data(), sizeof(StreamParams));
-            if (c.id == 39) store.state.rtmpMainEnable = c.data[0];
+            if (c.id == 39) store.state.rtmp[0].enable = c.data[0];
         };
     }
 };
