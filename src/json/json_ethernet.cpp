@@ -28,7 +28,6 @@ constexpr const char* kIf = "eth0";
 constexpr size_t kMacTextMax = 20;
 constexpr int kMacPayload = 18;  // "xx:xx:xx:xx:xx:xx" and its zero
 constexpr uint32_t kCmdMac = 1;
-constexpr uint32_t kCmdDhcp = 5;
 
 // ---- reading ------------------------------------------------------------------------
 
@@ -81,38 +80,51 @@ constexpr auto kFields = std::to_array<Field>({
 
 // ---- the commands, in the order they go out ----------------------------------------------
 
-// An address command; the name server first goes into the resolver's file.
-struct AddressCommand {
-    uint32_t SysInfo::*value;
-    uint32_t command;
-    bool resolver;
-};
-constexpr std::array<AddressCommand, 4> kAddressCommands{{
-    {&SysInfo::ip, 0, false},
-    {&SysInfo::netmask, 3, false},
-    {&SysInfo::gateway, 2, false},
-    {&SysInfo::dns, 4, true},
-}};
+// Which step of a write sends a command.
+enum class Step : uint8_t { dhcp, address, port };
 
-// A port or switch command; the four server ports must be free first.
-struct PortCommand {
-    uint16_t SysInfo::*port;
-    uint8_t SysInfo::*flag;
+// A command that carries a setting's new value, as `width` little-endian
+// bytes; the four server ports must be free first, and the name server goes
+// into the resolver's file first.
+struct Command {
+    std::string_view key;
     uint32_t command;
     int width;
-    bool must_be_free;
+    Step step;
+    bool must_be_free = false;
+    bool resolver = false;
 };
-constexpr std::array<PortCommand, 9> kPortCommands{{
-    {&SysInfo::httpPort, nullptr, 10, 2, true},
-    {&SysInfo::webPort, nullptr, 8, 2, true},
-    {&SysInfo::rtspPort, nullptr, 6, 2, true},
-    {&SysInfo::rtspEncrypt, nullptr, 7, 4, false},
-    {&SysInfo::rtmpPort, nullptr, 9, 2, true},
-    {&SysInfo::viscaPort, nullptr, 11, 2, false},
-    {&SysInfo::onvifPort, nullptr, 12, 2, false},
-    {&SysInfo::controlHubPort, nullptr, 13, 2, false},
-    {nullptr, &SysInfo::ssdp, 14, 4, false},
+constexpr std::array<Command, 14> kCommands{{
+    {"dhcp", 5, 4, Step::dhcp},
+    {"ip", 0, 4, Step::address},
+    {"netmask", 3, 4, Step::address},
+    {"gateway", 2, 4, Step::address},
+    {"dns", 4, 4, Step::address, false, true},
+    {"httpPort", 10, 2, Step::port, true},
+    {"webPort", 8, 2, Step::port, true},
+    {"rtspPort", 6, 2, Step::port, true},
+    {"rtsp encrypt", 7, 4, Step::port},
+    {"rtmpPort", 9, 2, Step::port, true},
+    {"viscaPort", 11, 2, Step::port},
+    {"onvifPort", 12, 2, Step::port},
+    {"controlHubPort", 13, 2, Step::port},
+    {"ssdp", 14, 4, Step::port},
 }};
+
+// Sends, in table order, the commands of `step` whose value differs from
+// the record; false at the first that fails.
+bool send_changed(Step step, const SysInfo& w, const SysInfo& now) {
+    for (const Command& c : kCommands) {
+        if (c.step != step) continue;
+        const Field& row = *find_row(Fields(kFields), c.key);
+        const auto to = static_cast<uint32_t>(field_number(row, reinterpret_cast<const uint8_t*>(&w)));
+        if (to == field_number(row, reinterpret_cast<const uint8_t*>(&now))) continue;
+        if (c.must_be_free && net_check_port(static_cast<unsigned short>(to)) != 0) return false;
+        if (c.resolver && net_set_dns1(net_dotted(to).c_str()) != 0) return false;
+        if (sys_send_number(c.command, to, c.width) != 0) return false;
+    }
+    return true;
+}
 
 // The four server ports differ from each other, and only the HTTP port may be 80.
 bool ports_consistent(const SysInfo& w) {
@@ -164,7 +176,7 @@ std::string mac_text(const uint8_t* mac) {
 
 // Steps 3 to 7 of a write: false at the first step that fails.
 bool apply(const SysInfo& w, const SysInfo& now, const Pending& pending) {
-    if (w.dhcp != now.dhcp && sys_send_number(kCmdDhcp, w.dhcp, 4) != 0) return false;
+    if (!send_changed(Step::dhcp, w, now)) return false;
     if (!ports_consistent(w)) return false;
     if (w.dhcp == 0) {
         SysState* state = sys_state(1);
@@ -172,27 +184,14 @@ bool apply(const SysInfo& w, const SysInfo& now, const Pending& pending) {
             image_announce_addr(w.ip) == 0)
             state->lastAnnouncedAddr = w.ip;
         if (!class_consistent(w.ip, w.gateway)) return false;
-        for (const AddressCommand& c : kAddressCommands) {
-            if (w.*c.value == now.*c.value) continue;
-            if (c.resolver) {
-                if (net_set_dns1(net_dotted(w.*c.value).c_str()) != 0) return false;
-            }
-            if (sys_send(c.command, &(w.*c.value), 4) != 0) return false;  // network order as it stands
-        }
+        if (!send_changed(Step::address, w, now)) return false;
     }
     if (!pending.mac.empty() && pending.mac != mac_text(now.mac)) {
         std::array<char, kMacPayload> text{};
         std::memcpy(text.data(), pending.mac.data(), std::min(pending.mac.size(), text.size() - 1));
         if (sys_send(kCmdMac, text.data(), kMacPayload) != 0) return false;
     }
-    for (const PortCommand& c : kPortCommands) {
-        const uint32_t to = c.port != nullptr ? w.*c.port : w.*c.flag;
-        const uint32_t from = c.port != nullptr ? now.*c.port : now.*c.flag;
-        if (to == from) continue;
-        if (c.must_be_free && net_check_port(static_cast<unsigned short>(to)) != 0) return false;
-        if (sys_send_number(c.command, to, c.width) != 0) return false;
-    }
-    return true;
+    return send_changed(Step::port, w, now);
 }
 
 // Each member of the request in its order: a taken one with its value as

@@ -64,7 +64,8 @@ int64_t load_number(FieldForm form, const uint8_t* at) {
     case FieldForm::u16: return load<uint16_t>(at);
     case FieldForm::i16: return load<int16_t>(at);
     case FieldForm::i32: return load<int32_t>(at);
-    case FieldForm::u32: return load<uint32_t>(at);
+    case FieldForm::u32:
+    case FieldForm::ipv4: return load<uint32_t>(at);
     default: return 0;
     }
 }
@@ -118,6 +119,8 @@ void answer_row(const Field& row, const uint8_t* block, cJSON* answer, int index
 }
 
 }  // namespace
+
+int64_t field_number(const Field& row, const uint8_t* block) { return load_number(row.form, block + row.offset); }
 
 cJSON* field_value(const Field& row, const uint8_t* block, int index) {
     if (row.read != nullptr) return row.read(row, block, index);

@@ -186,6 +186,9 @@ struct ReadRules {
     bool non_true_fails = true;   // a member not true: false and -1 (else false only)
 };
 
+// The stored number of a number or address row (an address as its 32-bit
+// word in network byte order); 0 for other forms.
+int64_t field_number(const Field& row, const uint8_t* block);
 // The value of a row as JSON, or null when it has none to give.
 cJSON* field_value(const Field& row, const uint8_t* block, int index = 0);
 // Takes a member's value into the block; false for a wrong type, a read-only
