@@ -182,16 +182,8 @@ int fullndi_config_load(char* buffer, size_t size) {
     bool mounted = false;
     const int attached = board_attach(mounted);
     if (attached != 0) return attached;
-    int result = -1;
-    FilePtr file(std::fopen(kConfig, "r"));
-    if (file) {
-        const size_t n = std::fread(buffer, 1, size - 1, file.get());
-        buffer[n] = '\0';
-        result = 0;
-    } else {
-        LOG_ERR("Read config failed!\n");
-    }
-    file.reset();
+    const int result = file_read_text(kConfig, buffer, size) < 0 ? -1 : 0;
+    if (result != 0) LOG_ERR("Read config failed!\n");
     board_detach(mounted);
     return result;
 }

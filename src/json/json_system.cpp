@@ -64,10 +64,7 @@ std::string eth0_dotted() { return net_dotted(net_get_ifaddr("eth0")); }
 // bytes, without its line end; empty when it cannot be read.
 std::string small_file(const char* path) {
     char text[128] = "";
-    FilePtr file(std::fopen(path, "r"));
-    if (!file) return {};
-    const size_t n = std::fread(text, 1, sizeof text - 1, file.get());
-    text[n] = '\0';
+    if (file_read_text(path, text, sizeof text) < 0) return {};
     return std::string(text, std::strcspn(text, "\r\n"));
 }
 

@@ -446,6 +446,15 @@ int file_in_use(const char* path) {
     return std::strspn(text, " \t\n") < std::strlen(text) ? 1 : 0;
 }
 
+long file_read_text(const char* path, char* buffer, size_t size) {
+    if (path == nullptr || buffer == nullptr || size == 0) return -1;
+    FilePtr fp(std::fopen(path, "r"));
+    if (!fp) return -1;
+    const size_t n = std::fread(buffer, 1, size - 1, fp.get());
+    buffer[n] = '\0';
+    return static_cast<long>(n);
+}
+
 int daemonize() {
     std::fflush(nullptr);  // nothing buffered gets written twice
     pid_t pid = ::fork();

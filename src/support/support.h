@@ -24,6 +24,9 @@ int log_append_hex(const char* path, const uint8_t* data, int count, const char*
 int log_append_text(const char* path, const char* text, int length, const char* label);
 int log_append_line(const char* path, const char* text);
 int file_in_use(const char* path);
+// Reads at most size - 1 bytes of a file into `buffer` and terminates them:
+// the bytes read, or -1 when the file cannot be opened.
+long file_read_text(const char* path, char* buffer, size_t size);
 int daemonize();
 long long free_space_check(const char* path);
 int msg_size_check(int qid, int size);
