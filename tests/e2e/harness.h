@@ -18,6 +18,12 @@ const std::string& run_dir();
 // Path inside run/, e.g. run_path("root/tmp/update.bin").
 std::string run_path(std::string_view rel);
 
+// Runs a program with `input` on its standard input and returns what it
+// printed. With `env` the program (an absolute path) gets exactly that
+// environment; without, it is looked up on PATH and inherits ours.
+std::string run_program(const std::vector<std::string>& argv, std::string_view input = {},
+                        const std::vector<std::string>* env = nullptr);
+
 // One FastCGI request with exactly this CGI environment and body; returns the
 // raw reply bytes (headers and body as the responder wrote them). A missing
 // variable is simply not sent.
@@ -36,10 +42,10 @@ bool has_line(const std::vector<std::string>& lines, std::string_view part);
 // The body of a GET reply without the JSON printer's tabs and line breaks.
 std::string compact(std::string_view query);
 
-// Plain HTTP/1.0 GET through the web server on 127.0.0.1:WEB_HTTP_PORT;
+// HTTP/1.0 GET through the web server on 127.0.0.1:WEB_HTTP_PORT;
 // returns the whole response (status line, headers, body).
 std::string http_get(std::string_view target);
-// Plain HTTP/1.0 POST of `body` (Content-Length set) through the web server.
+// HTTP/1.0 POST of `body` (Content-Length set) through the web server.
 std::string http_post(std::string_view target, std::string_view body);
 
 // A journal of the simulated camera (visca.log, syscmd.log, shell.log,

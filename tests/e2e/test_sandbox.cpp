@@ -78,21 +78,14 @@ pid_t wait_responder(pid_t other_than, int timeout_ms) {
 // Runs a shell command inside the sandbox with the responder's environment;
 // returns its output.
 std::string run_inside(pid_t pid, const std::string& command) {
-    const std::string env_args = " 'PATH=" + env_var(pid, "PATH") + "' 'CAMERA_RUN_DIR=" +
-                                 env_var(pid, "CAMERA_RUN_DIR") + "'";
     // The user namespace is entered only when the sandbox has its own (when
     // it was started by an ordinary user).
     const std::string p = std::to_string(pid);
-    const char* user = ns_of(p, "user") == ns_of("self", "user") ? "" : " -U --preserve-credentials";
-    const std::string cmd = "nsenter -t " + p + user + " -m -n -i -p env -i" + env_args +
-                            " sh -c '" + command + "' 2>&1";
-    std::string out;
-    if (FILE* p = popen(cmd.c_str(), "r")) {
-        char buf[256];
-        while (size_t n = fread(buf, 1, sizeof buf, p)) out.append(buf, n);
-        pclose(p);
-    }
-    return out;
+    std::vector<std::string> argv{"nsenter", "-t", p, "-m", "-n", "-i", "-p"};
+    if (ns_of(p, "user") != ns_of("self", "user")) argv.insert(argv.end(), {"-U", "--preserve-credentials"});
+    argv.insert(argv.end(), {"env", "-i", "PATH=" + env_var(pid, "PATH"),
+                             "CAMERA_RUN_DIR=" + env_var(pid, "CAMERA_RUN_DIR"), "sh", "-c", command + " 2>&1"});
+    return run_program(argv);
 }
 
 const std::string kUnknownNonsense =
@@ -191,14 +184,9 @@ TEST(Sandbox, SnapshotLinksAreCapped) {
 
 // The shipped access block, switched on: every route asks for credentials,
 // and Digest credentials of the user file let the request through.
-std::string curl(const std::string& args) {
-    std::string out;
-    if (FILE* p = popen(("curl -s --max-time 10 " + args + " 2>&1").c_str(), "r")) {
-        char buf[256];
-        while (size_t n = fread(buf, 1, sizeof buf, p)) out.append(buf, n);
-        pclose(p);
-    }
-    return out;
+std::string curl(std::vector<std::string> args) {
+    args.insert(args.begin(), {"curl", "-s", "--max-time", "10"});
+    return run_program(args);
 }
 
 TEST(Sandbox, AccessBlockAsksForCredentials) {
@@ -206,9 +194,10 @@ TEST(Sandbox, AccessBlockAsksForCredentials) {
     ASSERT_NE(port, nullptr) << "no web server with the access block";
     const std::string base = std::string("http://127.0.0.1:") + port;
     for (const char* route : {"/cgi-bin/web.fcgi?nonsense", "/cgi-bin/aw_ptz?cmd=%23APC&res=1", "/controlhub"})
-        EXPECT_EQ(curl("-o /dev/null -w '%{http_code}' '" + base + route + "'"), "401") << route;
-    EXPECT_EQ(curl("--digest -u admin:wrong -o /dev/null -w '%{http_code}' '" + base + "/controlhub'"), "401");
-    EXPECT_EQ(curl("--digest -u admin:camera '" + base + "/cgi-bin/web.fcgi?nonsense'"),
+        EXPECT_EQ(curl({"-o", "/dev/null", "-w", "%{http_code}", base + route}), "401") << route;
+    EXPECT_EQ(curl({"--digest", "-u", "admin:wrong", "-o", "/dev/null", "-w", "%{http_code}", base + "/controlhub"}),
+              "401");
+    EXPECT_EQ(curl({"--digest", "-u", "admin:camera", base + "/cgi-bin/web.fcgi?nonsense"}),
               "{\"status\":-1,\"message\":nonsense}");
 }
 
