@@ -1,6 +1,6 @@
 // The JSON control API's image section against the simulated camera: reading
 // every key, writing each family and reading it back, the mode gates, access
-// by key and by login, and the auto-tracking lock on manual pan-tilt.
+// by key and by login.
 #include "e2e/harness.h"
 
 #include <gtest/gtest.h>
@@ -245,20 +245,4 @@ TEST(JsonImageAccess, KeyAndLogin) {
     EXPECT_EQ(body, "{\n\t\"image\":\tfalse,\n\t\"status\":\tfalse\n}\n");
     body = body_of(post("path=set", std::string("{\"key\":") + kFactoryKey + ",\"image\":{\"mirror\":0}}"));
     EXPECT_EQ(member(body, "mirror"), "0");
-}
-
-TEST(JsonImageWrite, TrackingLocksManualPanTilt) {
-    std::string body = json_set("{\"ai\":{\"enable\":1,\"tiltLock\":0}}");
-    ASSERT_EQ(status(body), "true") << body;
-    body = json_set("{\"image\":{\"ptz\":[0,5]}}");
-    EXPECT_EQ(member(body, "ptz"), "-1");
-    EXPECT_EQ(status(body), "true");
-    json_set("{\"ai\":{\"tiltLock\":1}}");
-    body = json_set("{\"image\":{\"ptz\":[1,5],\"ptz\":[0,5],\"ptz\":[3,5],\"ptz\":\"up\"}}");
-    EXPECT_EQ(body, "{\n\t\"image\":\t{\n\t\t\"ptz\":\ttrue,\n\t\t\"ptz\":\ttrue,\n\t\t\"ptz\":\t-1,\n"
-                    "\t\t\"ptz\":\t-1\n\t},\n\t\"status\":\ttrue\n}\n");
-    json_set("{\"ai\":{\"enable\":0,\"tiltLock\":0}}");
-    body = json_set("{\"image\":{\"ptz\":[4,5],\"ptz\":[0,5],\"ptz\":[0]}}");
-    EXPECT_EQ(body, "{\n\t\"image\":\t{\n\t\t\"ptz\":\ttrue,\n\t\t\"ptz\":\ttrue,\n\t\t\"ptz\":\tfalse\n"
-                    "\t},\n\t\"status\":\tfalse\n}\n");
 }

@@ -131,6 +131,9 @@ TEST(Sandbox, ResponderSeesTheCameraNotTheHost) {
     EXPECT_NE(read_file(root + "/opt/ipnc/www/config/lighttpd.conf").find("server.port = 80"),
               std::string::npos);
     EXPECT_EQ(read_file(root + "/etc/resolv.conf"), read_file(run_path("root/etc/resolv.conf")));
+    EXPECT_NE(read_file(root + "/etc/resolv.conf").find("nameserver 192.168.1.1\n"), std::string::npos);
+    EXPECT_EQ(read_file(root + "/sys/class/net/eth0/carrier"), "1\n");
+    EXPECT_EQ(read_file(root + "/sys/class/net/eth0/address"), "02:00:c0:a8:01:64\n");
 }
 
 TEST(Sandbox, StandInsJournalTheirCalls) {
