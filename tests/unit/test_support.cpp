@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <sys/mount.h>
 #include <signal.h>
 #include <sys/ipc.h>
@@ -18,6 +17,7 @@
 #include <string>
 
 #include "support/elog.h"
+#include "scratch.h"
 #include "support/support.h"
 
 namespace fs = std::filesystem;
@@ -26,24 +26,19 @@ namespace {
 
 class SupportTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        dir_ = fs::temp_directory_path() / ("support." + std::to_string(::getpid()));
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-        saved_level_ = g_print_level;
-    }
-    void TearDown() override {
-        fs::remove_all(dir_);
-        g_print_level = saved_level_;
-    }
-    std::string path(const char* name) const { return (dir_ / name).string(); }
-    static std::string slurp(const std::string& p) {
-        std::ifstream f(p);
-        return std::string(std::istreambuf_iterator<char>(f), {});
-    }
-    fs::path dir_;
+    void SetUp() override { saved_level_ = g_print_level; }
+    void TearDown() override { g_print_level = saved_level_; }
+    std::string path(const char* name) const { return scratch_.path(name); }
+    Scratch scratch_{"support"};
     int saved_level_ = 3;
 };
+
+// ini_get_value as text: the value, or the error number.
+std::string ini_value(const std::string& ini, const char* section, const char* key, size_t size = 16) {
+    char value[16];
+    const int r = ini_get_value(ini.c_str(), section, key, value, size);
+    return r == 1 ? std::string(value) : std::to_string(r);
+}
 
 void reap_all(int) {
     int saved = errno;
@@ -85,18 +80,14 @@ TEST_F(SupportTest, PoxSystemKeepsExitStatusWhateverTheChildSignal) {
 TEST_F(SupportTest, IniReadsAndWritesSectionsAndKeys) {
     const std::string ini = path("feature.ini");
     std::ofstream(ini) << "; comment\n[0]\nsize = 12\nx=3   \n\n[1]\nsize=40\n";
-    char value[16];
-    EXPECT_EQ(ini_get_value(ini.c_str(), "0", "size", value, sizeof(value)), 1);
-    EXPECT_STREQ(value, "12");
-    EXPECT_EQ(ini_get_value(ini.c_str(), "0", "x", value, sizeof(value)), 1);
-    EXPECT_STREQ(value, "3");
-    EXPECT_EQ(ini_get_value(ini.c_str(), "1", "x", value, sizeof(value)), -ENOENT);
-    EXPECT_EQ(ini_get_value(ini.c_str(), "7", "size", value, sizeof(value)), -ENOENT);
-    EXPECT_EQ(ini_get_value(path("absent.ini").c_str(), "0", "size", value, sizeof(value)), -ECHILD);
-    EXPECT_EQ(ini_get_value(ini.c_str(), nullptr, "size", value, sizeof(value)), -ECHILD);
-    char tiny[3];
-    EXPECT_EQ(ini_get_value(ini.c_str(), "1", "size", tiny, sizeof(tiny)), 1);
-    EXPECT_STREQ(tiny, "40");
+    const std::string no = std::to_string(-ENOENT), bad = std::to_string(-ECHILD);
+    EXPECT_EQ(ini_value(ini, "0", "size"), "12");
+    EXPECT_EQ(ini_value(ini, "0", "x"), "3");
+    EXPECT_EQ(ini_value(ini, "1", "x"), no);
+    EXPECT_EQ(ini_value(ini, "7", "size"), no);
+    EXPECT_EQ(ini_value(path("absent.ini"), "0", "size"), bad);
+    EXPECT_EQ(ini_value(ini, nullptr, "size"), bad);
+    EXPECT_EQ(ini_value(ini, "1", "size", 3), "40");
 
     // Changing a value keeps every other line.
     EXPECT_EQ(ini_set_value(ini.c_str(), "0", "size", "99"), 0);
@@ -107,10 +98,8 @@ TEST_F(SupportTest, IniReadsAndWritesSectionsAndKeys) {
     EXPECT_EQ(ini_set_value(ini.c_str(), "2", "x", "8"), 0);
     EXPECT_EQ(ini_set_value(ini.c_str(), "0", "y", "5"), 0);
     EXPECT_EQ(slurp(ini), "; comment\n[0]\nsize=99\nx=3   \n\n[1]\nsize=40\n[2]\nx=8\n[0]\ny=5\n");
-    EXPECT_EQ(ini_get_value(ini.c_str(), "2", "x", value, sizeof(value)), 1);
-    EXPECT_STREQ(value, "8");
-    EXPECT_EQ(ini_get_value(ini.c_str(), "0", "y", value, sizeof(value)), 1);
-    EXPECT_STREQ(value, "5");
+    EXPECT_EQ(ini_value(ini, "2", "x"), "8");
+    EXPECT_EQ(ini_value(ini, "0", "y"), "5");
     EXPECT_EQ(ini_set_value(ini.c_str(), "0", "y", "6"), 0);  // found in the second block
     EXPECT_TRUE(slurp(ini).ends_with("[0]\ny=6\n"));
 
@@ -139,12 +128,7 @@ TEST_F(SupportTest, IniRewriteKeepsBytesModeAndLeavesNothingBehind) {
     struct stat st {};
     ASSERT_EQ(::stat(ini.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0640u);
-    int entries = 0;
-    if (DIR* dir = ::opendir(path("").c_str())) {
-        while (dirent* e = ::readdir(dir)) entries += std::string(e->d_name).rfind("bytes.ini", 0) == 0;
-        ::closedir(dir);
-    }
-    EXPECT_EQ(entries, 1);
+    EXPECT_EQ(scratch_.entries("bytes.ini"), 1);
 }
 
 // On a full file system the rewrite fails, the file stays as it was and no
@@ -160,12 +144,7 @@ TEST_F(SupportTest, IniRewriteOnAFullDiskLeavesNothingBehind) {
     std::ofstream(ini, std::ios::binary) << before;
     EXPECT_EQ(ini_set_value(ini.c_str(), "a", "k", std::string(12000, 'y').c_str()), -EAGAIN);
     EXPECT_EQ(slurp(ini), before);
-    int entries = 0;
-    if (DIR* d = ::opendir(dir.c_str())) {
-        while (dirent* e = ::readdir(d)) entries += e->d_name[0] != '.';
-        ::closedir(d);
-    }
-    EXPECT_EQ(entries, 1);
+    EXPECT_EQ(scratch_.entries("", "full"), 1);
     ::umount(dir.c_str());
 }
 
@@ -276,6 +255,6 @@ TEST_F(SupportTest, ProcessAndFileQueries) {
         EXPECT_EQ(std::string(program_invocation_short_name).substr(0, 15), name);
     }
 
-    EXPECT_GT(free_space_check(dir_.c_str()), 0);
+    EXPECT_GT(free_space_check(path("").c_str()), 0);
     EXPECT_EQ(free_space_check(path("absent/dir").c_str()), -1);
 }
