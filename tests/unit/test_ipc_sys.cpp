@@ -64,44 +64,39 @@ TEST_F(IpcSysChannel, RefusesUnknownIdAndNullBuffer) {
     EXPECT_EQ(InitSysMsgDrv(27), -1);
 }
 
-TEST_F(IpcSysChannel, RequestGoesThroughOwnSlice) {
-    // A stale reply of an earlier exchange must not be taken for this one.
-    SysMsg stale{};
-    stale.type = kLinkId;
-    stale.length = 99;
-    ASSERT_TRUE(send_record(qid_, stale));
-
-    std::thread server = answer(3);
-    char data[8] = "abcdefg";
-    int capacity = sizeof data;
-    EXPECT_EQ(TransmitMsg2Sys(18, data, 7, &capacity), 3);
-    server.join();
-
-    EXPECT_EQ(seen_.cmd, 18);
-    EXPECT_EQ(seen_.src, kLinkId);
-    EXPECT_EQ(seen_.length, 7);
-    EXPECT_EQ(seen_.offset, kSlice);
-    EXPECT_EQ(std::memcmp(slice_seen_, "abcdefg", 7), 0);
-    EXPECT_EQ(capacity, 3);
-    EXPECT_EQ(std::memcmp(data, "012defg", 7), 0);
-}
-
-TEST_F(IpcSysChannel, ReplyLargerThanCapacity) {
-    std::thread server = answer(10);
-    char data[8] = "abcdefg";
-    int capacity = 4;
-    EXPECT_EQ(TransmitMsg2Sys(41, data, 4, &capacity), 10);
-    server.join();
-    EXPECT_EQ(capacity, 4);
-    EXPECT_EQ(std::memcmp(data, "0123efg", 7), 0);
-}
-
-TEST_F(IpcSysChannel, NoCapacityCopiesNothing) {
-    std::thread server = answer(6);
-    char data[8] = "abcdefg";
-    EXPECT_EQ(TransmitMsg2Sys(65, data, 1, nullptr), 6);
-    server.join();
-    EXPECT_EQ(std::memcmp(data, "abcdefg", 7), 0);
+// Each exchange: the command, the bytes sent, the capacity given (-1: none)
+// and the reply length; then the result, the capacity after and the buffer.
+TEST_F(IpcSysChannel, ExchangesThroughTheOwnSlice) {
+    struct Row {
+        uint32_t id;
+        int sent, capacity, reply_len, result, capacity_after;
+        const char* buffer_after;
+    };
+    const Row rows[] = {
+        {18, 7, 8, 3, 3, 3, "012defg"},
+        {41, 4, 4, 10, 10, 4, "0123efg"},  // a reply larger than the capacity
+        {65, 1, -1, 6, 6, -1, "abcdefg"},  // no capacity: nothing copied
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.id);
+        // A stale reply of an earlier exchange must not be taken for this one.
+        SysMsg stale{};
+        stale.type = kLinkId;
+        stale.length = 99;
+        ASSERT_TRUE(send_record(qid_, stale));
+        std::thread server = answer(r.reply_len);
+        char data[8] = "abcdefg";
+        int capacity = r.capacity;
+        EXPECT_EQ(TransmitMsg2Sys(r.id, data, r.sent, r.capacity < 0 ? nullptr : &capacity), r.result);
+        server.join();
+        EXPECT_EQ(seen_.cmd, r.id);
+        EXPECT_EQ(seen_.src, kLinkId);
+        EXPECT_EQ(seen_.length, r.sent);
+        EXPECT_EQ(seen_.offset, kSlice);
+        EXPECT_EQ(std::string(slice_seen_, r.sent), std::string("abcdefg", r.sent));
+        EXPECT_EQ(capacity, r.capacity_after);
+        EXPECT_STREQ(data, r.buffer_after);
+    }
 }
 
 // A server that never answers costs one deadline, and its late reply is
