@@ -14,15 +14,12 @@
 #include "support/elog.h"
 #include "support/log.h"
 #include "support/plugins/file/elog_file.h"
+#include "scratch.h"
+#include "test_ipc_peer.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-void remove_queue(int key) {
-    int qid = ::msgget(key, 0);
-    if (qid >= 0) ::msgctl(qid, IPC_RMID, nullptr);
-}
 
 // Each test gets its own queue, so the host's log collector queue is never touched.
 class ElogTest : public ::testing::Test {
@@ -58,13 +55,6 @@ protected:
     int key_ = 0;
     int qid_ = -1;
 };
-
-std::string temp_dir(const char* name) {
-    fs::path dir = fs::temp_directory_path() / (std::string(name) + "." + std::to_string(::getpid()));
-    fs::remove_all(dir);
-    fs::create_directories(dir);
-    return dir.string();
-}
 
 std::string g_assert_expr;
 void record_assert(const char* expr, const char*, size_t) { g_assert_expr = expr; }
@@ -223,8 +213,8 @@ TEST_F(ElogTest, AssertionHookSeesRefusedLevel) {
 }
 
 TEST_F(ElogTest, PrintConfPicksTheProcessLine) {
-    const std::string dir = temp_dir("elog_conf");
-    const std::string path = dir + "/print.conf";
+    const Scratch dir("elog_conf");
+    const std::string path = dir.path("print.conf");
     struct Case {
         const char* text;
         int print_level;
@@ -250,7 +240,7 @@ TEST_F(ElogTest, PrintConfPicksTheProcessLine) {
         EXPECT_EQ(drain().size(), c.verbose_passes ? 1u : 0u) << c.text;
     }
     g_print_level = 9;
-    elog_load_print_level("FASTCGI", (dir + "/absent.conf").c_str());
+    elog_load_print_level("FASTCGI", dir.path("absent.conf").c_str());
     EXPECT_EQ(g_print_level, 9);
 
     // verbose: LOG_ERR stays off the console but its line is still logged
@@ -259,31 +249,25 @@ TEST_F(ElogTest, PrintConfPicksTheProcessLine) {
     testing::internal::CaptureStderr();
     LOG_ERR("quiet\n");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    fs::remove_all(dir);
 }
 
 TEST(ElogFile, RotatesIntoNumberedGenerations) {
-    const std::string dir = temp_dir("elog_file");
-    const std::string name = dir + "/app.log";
+    const Scratch dir("elog_file");
+    const std::string name = dir.path("app.log");
     ASSERT_EQ(elog_file_init(name.c_str(), 10, 2), 0);
     const std::string lines[] = {"first line\n", "second line\n", "third line\n", "fourth line\n"};
     for (const auto& l : lines) elog_file_write(l.c_str(), l.size());
     elog_file_deinit();
-    auto slurp = [](const std::string& p) {
-        std::ifstream f(p);
-        return std::string(std::istreambuf_iterator<char>(f), {});
-    };
     EXPECT_EQ(slurp(name), "fourth line\n");
     EXPECT_EQ(slurp(name + ".0"), "third line\n");
     EXPECT_EQ(slurp(name + ".1"), "second line\n");
     EXPECT_FALSE(fs::exists(name + ".2"));
 
     // Without rotation a full file keeps its lines and takes no more.
-    const std::string fixed = dir + "/fixed.log";
+    const std::string fixed = dir.path("fixed.log");
     ASSERT_EQ(elog_file_init(fixed.c_str(), 10, 0), 0);
     for (const auto& l : lines) elog_file_write(l.c_str(), l.size());
     elog_file_deinit();
     EXPECT_EQ(slurp(fixed), "first line\n");
     EXPECT_FALSE(fs::exists(fixed + ".0"));
-    fs::remove_all(dir);
 }
