@@ -14,6 +14,7 @@
 #include "support/elog.h"
 #include "support/log.h"
 #include "support/plugins/file/elog_file.h"
+#include "log_queue.h"
 #include "scratch.h"
 #include "test_ipc_peer.h"
 
@@ -21,39 +22,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Each test gets its own queue, so the host's log collector queue is never touched.
-class ElogTest : public ::testing::Test {
+class ElogTest : public LogQueueTest {
 protected:
-    void SetUp() override {
-        saved_level_ = g_print_level;
-        key_ = 0x6E000000 | (::getpid() & 0xFFFFFF);
-        remove_queue(key_);  // left over from an aborted run
-        qid_ = ::msgget(key_, IPC_CREAT | IPC_EXCL | 0600);
-        ASSERT_GE(qid_, 0);
-        elog_port_set_queue(true, key_);
-        g_print_level = 3;
-        elog_init(g_print_level);
-    }
-    void TearDown() override {
-        elog_deinit();
-        ::msgctl(qid_, IPC_RMID, nullptr);
-        elog_port_set_queue(true, kLogMsgKey);
-        elog_assert_set_hook(nullptr);
-        g_print_level = saved_level_;
-    }
-    std::vector<std::string> drain() {
-        std::vector<std::string> lines;
-        LogMsg msg{};
-        while (::msgrcv(qid_, &msg, sizeof(msg) - sizeof(long), 0, IPC_NOWAIT) > 0) {
-            EXPECT_EQ(msg.type, 1);
-            const size_t length = msg.length;  // packed field: copy before use
-            lines.emplace_back(msg.text, length);
-        }
-        return lines;
-    }
-    int saved_level_ = 3;
-    int key_ = 0;
-    int qid_ = -1;
+    void SetUp() override { start(3); }
 };
 
 std::string g_assert_expr;

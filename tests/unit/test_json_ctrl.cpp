@@ -3,10 +3,6 @@
 // exists and only GET requests (or refusals) are exercised.
 #include <gtest/gtest.h>
 
-#include <sys/ipc.h>
-#include <sys/msg.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -14,6 +10,7 @@
 #include "cgi/output.h"
 #include "records/records.h"
 #include "json/json_ctrl_func.h"
+#include "log_queue.h"
 #include "support/elog.h"
 
 namespace {
@@ -121,66 +118,41 @@ TEST(JsonDispatch, WalksSectionsInOrderAndSkipsKey) {
 }
 
 TEST(JsonDispatch, UnknownAndMistypedSectionsFail) {
-    // "ai" is not served on get: nothing added, status false.
-    EXPECT_EQ(run("GET", "{\"ai\":{\"enable\":true}}").text,
-              std::string(kJsonHeader) + "{\n\t\"status\":\tfalse\n}\n");
-    EXPECT_EQ(run("GET", "{\"file ctrl\":{}}").text,
-              std::string(kJsonHeader) + "{\n\t\"file ctrl\":\tfalse,\n\t\"status\":\tfalse\n}\n");
-    EXPECT_EQ(run("GET", "{\"Image\":true}").text,
-              std::string(kJsonHeader) + "{\n\t\"Image\":\tfalse,\n\t\"status\":\tfalse\n}\n");
-    EXPECT_EQ(run("GET", "{\"image\":true}", true).text,
-              std::string(kJsonHeader) + "{\n\t\"image\":\tfalse,\n\t\"status\":\tfalse\n}\n");
-    EXPECT_EQ(run("GET", "{\"VencAbility\":{}}", true).text,
-              std::string(kJsonHeader) + "{\n\t\"VencAbility\":\tfalse,\n\t\"status\":\tfalse\n}\n");
-    // A section not served yet answers its own name with false.
-    EXPECT_EQ(run("GET", "{\"srt\":{}}").text,
-              std::string(kJsonHeader) + "{\n\t\"srt\":\tfalse,\n\t\"status\":\tfalse\n}\n");
-    // The other sections still answer.
-    EXPECT_EQ(run("GET", "{\"nope\":1,\"image\":{}}").text,
-              std::string(kJsonHeader) +
-                  "{\n\t\"nope\":\tfalse,\n\t\"image\":\t{\n\t},\n\t\"status\":\tfalse\n}\n");
+    struct Row {
+        const char* name;
+        const char* request;
+        bool set;
+        const char* reply;
+    };
+    const Row rows[] = {
+        {"ai is not served on get", R"({"ai":{"enable":true}})", false, "{\n\t\"status\":\tfalse\n}\n"},
+        {"file ctrl", R"({"file ctrl":{}})", false, "{\n\t\"file ctrl\":\tfalse,\n\t\"status\":\tfalse\n}\n"},
+        {"section names keep their case", R"({"Image":true})", false,
+         "{\n\t\"Image\":\tfalse,\n\t\"status\":\tfalse\n}\n"},
+        {"image set needs an object", R"({"image":true})", true,
+         "{\n\t\"image\":\tfalse,\n\t\"status\":\tfalse\n}\n"},
+        {"read-only section", R"({"VencAbility":{}})", true,
+         "{\n\t\"VencAbility\":\tfalse,\n\t\"status\":\tfalse\n}\n"},
+        {"a section not served", R"({"srt":{}})", false, "{\n\t\"srt\":\tfalse,\n\t\"status\":\tfalse\n}\n"},
+        {"the other sections still answer", R"({"nope":1,"image":{}})", false,
+         "{\n\t\"nope\":\tfalse,\n\t\"image\":\t{\n\t},\n\t\"status\":\tfalse\n}\n"},
+    };
+    for (const Row& r : rows) EXPECT_EQ(run("GET", r.request, r.set).text, kJsonHeader + std::string(r.reply)) << r.name;
 }
 
-namespace {
-
-// The logger on a queue of the test's own, at debug level, with the function
-// name in every line.
-class JsonDispatchLog : public ::testing::Test {
+// The logger at debug level with the function name in every line.
+class JsonDispatchLog : public LogQueueTest {
 protected:
     void SetUp() override {
-        saved_level_ = g_print_level;
-        key_ = 0x6A000000 | (::getpid() & 0xFFFFFF);
-        if (const int stale = ::msgget(key_, 0); stale >= 0) ::msgctl(stale, IPC_RMID, nullptr);
-        qid_ = ::msgget(key_, IPC_CREAT | IPC_EXCL | 0600);
-        ASSERT_GE(qid_, 0);
-        elog_port_set_queue(true, key_);
-        g_print_level = ELOG_LVL_DEBUG;
-        elog_init(g_print_level);
+        start(ELOG_LVL_DEBUG);
         elog_set_fmt(ELOG_LVL_DEBUG, ELOG_FMT_FUNC);
         testing::internal::CaptureStderr();
     }
     void TearDown() override {
         testing::internal::GetCapturedStderr();
-        elog_deinit();
-        ::msgctl(qid_, IPC_RMID, nullptr);
-        elog_port_set_queue(true, kLogMsgKey);
-        g_print_level = saved_level_;
+        LogQueueTest::TearDown();
     }
-    std::vector<std::string> drain() {
-        std::vector<std::string> lines;
-        LogMsg msg{};
-        while (::msgrcv(qid_, &msg, sizeof(msg) - sizeof(long), 0, IPC_NOWAIT) > 0) {
-            const size_t length = msg.length;
-            lines.emplace_back(msg.text, length);
-        }
-        return lines;
-    }
-    int saved_level_ = 3;
-    int key_ = 0;
-    int qid_ = -1;
 };
-
-}  // namespace
 
 TEST_F(JsonDispatchLog, GetLogsItsPrintedReplyUnderItsOwnName) {
     run("GET", "{\"image\":{\"DC_iris_support\":true}}");
