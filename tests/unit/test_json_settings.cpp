@@ -14,10 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "cgi/output.h"
-#include "fake_system.h"
-#include "json_reply.h"
-#include "json/json_ctrl_func.h"
+#include "section_cases.h"
 
 namespace {
 
@@ -39,7 +36,7 @@ constexpr Landing kLandings[] = {
     {70, offsetof(SysInfo, ntp), sizeof(NtpParams)},
 };
 
-class JsonSettings : public fake::FakeSystemTest {
+class JsonSettings : public fake::SectionTest {
 protected:
     void SetUp() override {
         SysInfo& si = sys.info();
@@ -68,133 +65,102 @@ protected:
     }
 };
 
-struct Case {
-    const char* name;
-    bool set;
-    std::string request;
-    std::string reply;  // empty: not compared
-    std::vector<uint32_t> commands;
-};
-
 const std::string kAudioAfter =
     R"("enable":1,"samplerate":48000,"bitwidth":16,"soundMode":"Stereo",)";
 
 // clang-format off
-const std::vector<Case> kCases = {
+const std::vector<fake::SectionCase> kCases = {
     // audio
     {"audio whole read", false, R"({"audio":true})",
-     R"({"audio":{"inputSel":"Mic","enable":1,"samplerate":48000,"bitwidth":16,"soundMode":"Stereo","encMode":"AAC","bitrate":96000,"volume":50,"hdmiAudEn":1,"ndiAudEn":0},"status":true})",
-     {}},
+     R"({"audio":{"inputSel":"Mic","enable":1,"samplerate":48000,"bitwidth":16,"soundMode":"Stereo","encMode":"AAC","bitrate":96000,"volume":50,"hdmiAudEn":1,"ndiAudEn":0},"status":true})", {}, {}},
     {"audio keyed inputSel follows the sound mode", false, R"({"audio":{"INPUTSEL":true,"volume":true}})",
-     R"({"audio":{"INPUTSEL":"LineIn","volume":50},"status":true})", {}},
+     R"({"audio":{"INPUTSEL":"LineIn","volume":50},"status":true})", {}, {}},
     {"audio keyed member not true", false, R"({"audio":{"volume":1}})",
-     R"({"audio":{"volume":false},"status":false})", {}},
-    {"audio other type", false, R"({"audio":3})", R"({"audio":false,"status":false})", {}},
+     R"({"audio":{"volume":false},"status":false})", {}, {}},
+    {"audio other type", false, R"({"audio":3})", R"({"audio":false,"status":false})", {}, {}},
     {"audio codec word sets its rate", true, R"({"audio":{"encMode":"G711A"}})",
-     R"({"audio":{)" + kAudioAfter + R"("encMode":"G711A","volume":50,"hdmiAudEn":1,"ndiAudEn":0},"status":true})",
-     {57}},
+     R"({"audio":{)" + kAudioAfter + R"("encMode":"G711A","volume":50,"hdmiAudEn":1,"ndiAudEn":0},"status":true})", {"57"}, {}},
     {"audio volume alone", true, R"({"audio":{"volume":10}})",
-     R"({"audio":{)" + kAudioAfter + R"("encMode":"AAC","bitrate":96000,"volume":10,"hdmiAudEn":1,"ndiAudEn":0},"status":true})",
-     {58}},
+     R"({"audio":{)" + kAudioAfter + R"("encMode":"AAC","bitrate":96000,"volume":10,"hdmiAudEn":1,"ndiAudEn":0},"status":true})", {"58"}, {}},
     {"audio unknown sound mode word ignored", true, R"({"audio":{"soundMode":"Quad"}})",
-     R"({"audio":{)" + kAudioAfter + R"("encMode":"AAC","bitrate":96000,"volume":50,"hdmiAudEn":1,"ndiAudEn":0},"status":true})",
-     {}},
+     R"({"audio":{)" + kAudioAfter + R"("encMode":"AAC","bitrate":96000,"volume":50,"hdmiAudEn":1,"ndiAudEn":0},"status":true})", {}, {}},
     {"audio wrong type fails, the rest still sent", true, R"({"audio":{"enable":"on","ndiAudEn":1}})",
-     R"({"audio":false,"status":false})", {60}},
+     R"({"audio":false,"status":false})", {"60"}, {}},
     // record
     {"record whole read", false, R"({"record":true})",
      R"({"record":{"enable":0,"sel":0,"timeCnt":0,"mode":0,"loopRec":0,"format":0,)"
      R"("task0":{"enable":0,"start":0,"stop":0},"task1":{"enable":0,"start":0,"stop":0},)"
      R"("task2":{"enable":0,"start":0,"stop":0},"task3":{"enable":0,"start":0,"stop":0},)"
-     R"("manual":0,"state":1,"keepTime":7,"filename":"a.mp4"},"status":true})",
-     {}},
+     R"("manual":0,"state":1,"keepTime":7,"filename":"a.mp4"},"status":true})", {}, {}},
     {"record keyed task beyond the four", false, R"({"record":{"Task5":true,"state":true}})",
-     R"({"record":{"Task5":false,"state":1},"status":true})", {}},
+     R"({"record":{"Task5":false,"state":1},"status":true})", {}, {}},
     {"record keyed unknown key", false, R"({"record":{"tasks":true}})",
-     R"({"record":{"tasks":false},"status":false})", {}},
+     R"({"record":{"tasks":false},"status":false})", {}, {}},
     {"record touching tasks", true,
      R"({"record":{"task0":{"enable":1,"start":100,"stop":200},"task1":{"enable":1,"start":200,"stop":300},"sel":2}})",
      R"({"record":{"enable":0,"sel":2,"timeCnt":0,"mode":0,"loopRec":0,"format":0,)"
      R"("task0":{"enable":1,"start":100,"stop":200},"task1":{"enable":1,"start":200,"stop":300},)"
      R"("task2":{"enable":0,"start":0,"stop":0},"task3":{"enable":0,"start":0,"stop":0},)"
-     R"("manual":0,"state":1,"keepTime":7,"filename":"a.mp4"},"status":true})",
-     {32}},
+     R"("manual":0,"state":1,"keepTime":7,"filename":"a.mp4"},"status":true})", {"32"}, {}},
     {"record overlapping tasks", true,
      R"({"record":{"task0":{"enable":1,"start":100,"stop":200},"task1":{"enable":1,"start":150,"stop":300}}})",
-     R"({"record":false,"status":false})", {}},
+     R"({"record":false,"status":false})", {}, {}},
     {"record overlap of a disabled task", true,
      R"({"record":{"task0":{"enable":1,"start":100,"stop":200},"task1":{"enable":0,"start":150,"stop":300}}})",
-     "", {32}},
+     "", {"32"}, {}},
     {"record empty span", true, R"({"record":{"task2":{"enable":1,"start":5,"stop":5}}})",
-     R"({"record":false,"status":false})", {}},
+     R"({"record":false,"status":false})", {}, {}},
     {"record task beyond the four", true, R"({"record":{"task7":{"enable":0}}})",
-     R"({"record":false,"status":false})", {}},
+     R"({"record":false,"status":false})", {}, {}},
     {"record state is the recorder's", true, R"({"record":{"state":0}})",
-     R"({"record":false,"status":false})", {}},
+     R"({"record":false,"status":false})", {}, {}},
     // gb28181
     {"gb28181 keyed spelling", false,
      R"({"gb28181":{"SIP ID":true,"MAX HEARTBEAT TIMEOUT":true,"server sip addr":true}})",
-     R"({"gb28181":{"SIP ID":"3402","max heartbeat timeout":3,"server sip addr":"192.168.1.10"},"status":true})",
-     {}},
-    {"gb28181 other type", false, R"({"gb28181":1})", R"({"gb28181":{},"status":true})", {}},
+     R"({"gb28181":{"SIP ID":"3402","max heartbeat timeout":3,"server sip addr":"192.168.1.10"},"status":true})", {}, {}},
+    {"gb28181 other type", false, R"({"gb28181":1})", R"({"gb28181":{},"status":true})", {}, {}},
     {"gb28181 register state is read only", true, R"({"gb28181":{"enable":0,"register state":1}})",
-     R"({"gb28181":false,"status":false})", {}},
+     R"({"gb28181":false,"status":false})", {}, {}},
     {"gb28181 id longer than its field", true, R"({"gb28181":{"sip id":"123456789012345678901234"}})",
-     R"({"gb28181":false,"status":false})", {}},
+     R"({"gb28181":false,"status":false})", {}, {}},
     {"gb28181 address that does not parse", true, R"({"gb28181":{"server sip addr":"10.0.0.x"}})",
-     R"({"gb28181":false,"status":false})", {}},
+     R"({"gb28181":false,"status":false})", {}, {}},
     {"gb28181 write", true,
      R"({"gb28181":{"server sip addr":"10.0.0.9","Sip Port":5070,"sip id":"12345678901234567890123"}})",
      R"({"gb28181":{"enable":1,"sip port":5070,"server sip id":"","server sip addr":"10.0.0.9",)"
      R"("server sip port":0,"sip id":"12345678901234567890123","sip password":"","register valid time":0,)"
-     R"("register state":2,"heartbeat cycle":0,"stream sel":0,"max heartbeat timeout":3},"status":true})",
-     {30}},
+     R"("register state":2,"heartbeat cycle":0,"stream sel":0,"max heartbeat timeout":3},"status":true})", {"30"}, {}},
     // FreeD
     {"freed whole read", false, R"({"FreeD":true})",
      R"({"FreeD":{"enable":0,"ID":1,"mode":"always",)"
      R"("client0":{"enable":0,"ip":"192.168.1.200","port":40000},"client1":{"enable":0,"ip":"192.168.1.201","port":40001},)"
      R"("client2":{"enable":0,"ip":"192.168.1.202","port":40002},"client3":{"enable":0,"ip":"192.168.1.203","port":40003},)"
-     R"("ip":"192.168.1.200","port":40000,"interval":20},"status":true})",
-     {}},
+     R"("ip":"192.168.1.200","port":40000,"interval":20},"status":true})", {}, {}},
     {"freed keyed client beyond the four", false, R"({"FreeD":{"client1":true,"client4":true}})",
-     R"({"FreeD":{"client1":{"enable":0,"ip":"192.168.1.201","port":40001},"client4":false},"status":false})", {}},
+     R"({"FreeD":{"client1":{"enable":0,"ip":"192.168.1.201","port":40001},"client4":false},"status":false})", {}, {}},
     {"freed ip switches receiver 0 on", true, R"({"FreeD":{"ip":"192.168.1.20","mode":"sometimes","frequency":30}})",
      R"({"FreeD":{"enable":0,"ID":1,"mode":"always",)"
      R"("client0":{"enable":1,"ip":"192.168.1.20","port":40000},"client1":{"enable":0,"ip":"192.168.1.201","port":40001},)"
      R"("client2":{"enable":0,"ip":"192.168.1.202","port":40002},"client3":{"enable":0,"ip":"192.168.1.203","port":40003},)"
-     R"("ip":"192.168.1.20","port":40000,"frequency":30},"status":true})",
-     {31}},
+     R"("ip":"192.168.1.20","port":40000,"frequency":30},"status":true})", {"31"}, {}},
     {"freed client beyond the four", true, R"({"FreeD":{"client4":{"port":40000}}})",
-     R"({"client4":false,"FreeD":false,"status":false})", {}},
-    {"freed unknown key", true, R"({"FreeD":{"mode":"genlock","rate":1}})", R"({"FreeD":false,"status":false})", {}},
+     R"({"client4":false,"FreeD":false,"status":false})", {}, {}},
+    {"freed unknown key", true, R"({"FreeD":{"mode":"genlock","rate":1}})", R"({"FreeD":false,"status":false})", {}, {}},
     // NTP
     {"ntp whole read", false, R"({"NTP":true})",
-     R"({"NTP":{"enable":0,"server address":"pool.ntp.org","port":123,"update interval":3600},"status":true})", {}},
+     R"({"NTP":{"enable":0,"server address":"pool.ntp.org","port":123,"update interval":3600},"status":true})", {}, {}},
     {"ntp keyed member of another type", false, R"({"NTP":{"port":"yes","Update Interval":true}})",
-     R"({"NTP":{"port":false,"Update Interval":3600},"status":true})", {}},
-    {"ntp keyed unknown key", false, R"({"NTP":{"server":true}})", R"({"NTP":{"server":false},"status":false})", {}},
-    {"ntp other type", false, R"({"NTP":"x"})", R"({"NTP":false,"status":false})", {}},
-    {"ntp write", true, R"({"NTP":{"Port":124,"enable":1}})", R"({"NTP":{"Port":124,"enable":1},"status":true})",
-     {70}},
+     R"({"NTP":{"port":false,"Update Interval":3600},"status":true})", {}, {}},
+    {"ntp keyed unknown key", false, R"({"NTP":{"server":true}})", R"({"NTP":{"server":false},"status":false})", {}, {}},
+    {"ntp other type", false, R"({"NTP":"x"})", R"({"NTP":false,"status":false})", {}, {}},
+    {"ntp write", true, R"({"NTP":{"Port":124,"enable":1}})", R"({"NTP":{"Port":124,"enable":1},"status":true})", {"70"}, {}},
     {"ntp server address longer than its field", true,
      R"({"NTP":{"server address":")" + std::string(128, 'a') + R"("}})",
-     R"({"NTP":false,"status":false})", {}},
+     R"({"NTP":false,"status":false})", {}, {}},
 };
 // clang-format on
 
-TEST_F(JsonSettings, Cases) {
-    const SysStore pristine = *sys.store;
-    for (const Case& c : kCases) {
-        SCOPED_TRACE(c.name);
-        *sys.store = pristine;
-        sys.journal.clear();
-        const std::string reply = json_reply(c.set ? json_set_ctrl : json_get_ctrl, c.request);
-        if (!c.reply.empty()) {
-            EXPECT_EQ(reply, c.reply);
-        }
-        EXPECT_EQ(sys.ids(), c.commands);
-    }
-}
+TEST_F(JsonSettings, Cases) { fake::run_section_cases(sys, shell, kCases); }
 
 // The bytes that went out, where the answer cannot show them.
 TEST_F(JsonSettings, PayloadBytes) {
