@@ -15,6 +15,7 @@
 #include <cjson/cJSON.h>
 
 #include "json_reply.h"
+#include "scratch.h"
 #include "json/json_ctrl_func.h"
 #include "json/json_reg.h"
 #include "support/memmap.h"
@@ -26,24 +27,17 @@ namespace {
 class RegFile : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = fs::temp_directory_path() / ("reg_file." + std::to_string(getpid()));
-        fs::create_directories(dir_);
-        device_ = (dir_ / "ambad").string();
         std::ofstream(device_, std::ios::binary) << std::string(64 * 1024, '\0');
         memmap_set_device(device_.c_str());
-        json_file_ctrl_set_root(dir_.c_str());
+        json_file_ctrl_set_root(dir_.path().c_str());
     }
     void TearDown() override {
         memmap_set_device(nullptr);
         json_file_ctrl_set_root(nullptr);
-        fs::remove_all(dir_);
     }
-    std::string slurp(const std::string& name) const {
-        std::ifstream in(dir_ / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-    fs::path dir_;
-    std::string device_;
+    std::string slurp(const std::string& name) const { return ::slurp(dir_.path(name)); }
+    Scratch dir_{"reg_file"};
+    std::string device_ = dir_.path("ambad");
 };
 
 TEST_F(RegFile, MappingsAreSharedCountedAndPageRounded) {
@@ -75,13 +69,13 @@ TEST_F(RegFile, RegistersRoundTripThroughTheDevice) {
     EXPECT_EQ(ambmd(0x2008), 0xDEADBEEF);
     const std::string bytes = slurp("ambad").substr(0x2008, 4);
     EXPECT_EQ(bytes, std::string("\xEF\xBE\xAD\xDE", 4));
-    memmap_set_device((dir_ / "absent").c_str());
+    memmap_set_device(dir_.path("absent").c_str());
     EXPECT_EQ(ambmd(0x2008), -1);
     EXPECT_EQ(ambmm(0x2008, 1), -1);
 }
 
 TEST_F(RegFile, FilesMapSharedForWritingOrReading) {
-    const std::string path = (dir_ / "shared.bin").string();
+    const std::string path = dir_.path("shared.bin");
     std::ofstream(path, std::ios::binary) << std::string(4096, '.');
     auto* rw = static_cast<char*>(mmapfile(path.c_str(), 4096));
     ASSERT_NE(rw, nullptr);
@@ -89,9 +83,9 @@ TEST_F(RegFile, FilesMapSharedForWritingOrReading) {
     const auto* ro = static_cast<const char*>(mmapfile_r(path.c_str(), 4096));
     ASSERT_NE(ro, nullptr);
     EXPECT_EQ(ro[7], 'w');                                   // both share the file's pages
-    EXPECT_EQ(mmapfile_r((dir_ / "absent").c_str(), 4096), nullptr);
-    EXPECT_NE(mmapfile((dir_ / "made.bin").c_str(), 0), nullptr);   // created, as the read-write form does
-    EXPECT_TRUE(fs::exists(dir_ / "made.bin"));
+    EXPECT_EQ(mmapfile_r(dir_.path("absent").c_str(), 4096), nullptr);
+    EXPECT_NE(mmapfile(dir_.path("made.bin").c_str(), 0), nullptr);   // created, as the read-write form does
+    EXPECT_TRUE(fs::exists(dir_.path("made.bin")));
 }
 
 struct Exchange {
@@ -102,7 +96,7 @@ struct Exchange {
 };
 
 TEST_F(RegFile, Sections) {
-    std::ofstream(dir_ / "ten.bin", std::ios::binary) << "0123456789";
+    std::ofstream(dir_.path("ten.bin"), std::ios::binary) << "0123456789";
     const std::vector<Exchange> rows = {
         {"write in either notation", true, R"({"reg":{"0x20":"0xdeadbeef","36":"17"}})",
          R"({"reg":{"0x20":"0xdeadbeef","36":"0x11"},"status":true})"},
