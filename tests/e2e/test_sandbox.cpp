@@ -22,13 +22,6 @@ namespace {
 
 using namespace e2e;
 
-std::string environ_of(pid_t pid) {
-    std::string env = read_file("/proc/" + std::to_string(pid) + "/environ");
-    for (char& c : env)
-        if (c == '\0') c = '\n';
-    return "\n" + env;
-}
-
 std::string ns_of(const std::string& pid, const char* ns) {
     char buf[64] = {};
     const std::string link = "/proc/" + pid + "/ns/" + ns;
@@ -42,27 +35,22 @@ pid_t responder_pid() {
     const std::string init = read_file(run_path("sandbox.pid"));
     const std::string sandbox_ns = ns_of(std::to_string(std::atoi(init.c_str())), "pid");
     if (init.empty() || sandbox_ns.empty()) return 0;
-    DIR* dir = opendir("/proc");
-    if (!dir) return 0;
     pid_t found = 0;
-    while (dirent* e = readdir(dir)) {
-        const pid_t pid = static_cast<pid_t>(std::atoi(e->d_name));
-        if (pid <= 0) continue;
-        const std::string p = std::to_string(pid);
-        if (read_file("/proc/" + p + "/comm") != "web\n") continue;
-        if (ns_of(p, "pid") != sandbox_ns) continue;
-        found = pid;
-        break;
+    DIR* dir = opendir("/proc");
+    while (dirent* e = dir ? readdir(dir) : nullptr) {
+        const std::string p = e->d_name;
+        if (std::atoi(p.c_str()) > 0 && read_file("/proc/" + p + "/comm") == "web\n" && ns_of(p, "pid") == sandbox_ns)
+            found = static_cast<pid_t>(std::atoi(p.c_str()));
     }
-    closedir(dir);
+    if (dir) closedir(dir);
     return found;
 }
 
 // A variable of the process's environment ("" when absent).
 std::string env_var(pid_t pid, const std::string& name) {
-    std::istringstream env(environ_of(pid));
-    for (std::string line; std::getline(env, line);)
-        if (line.rfind(name + "=", 0) == 0) return line.substr(name.size() + 1);
+    std::istringstream env(read_file("/proc/" + std::to_string(pid) + "/environ"));
+    for (std::string var; std::getline(env, var, '\0');)
+        if (var.rfind(name + "=", 0) == 0) return var.substr(name.size() + 1);
     return {};
 }
 
