@@ -9,6 +9,7 @@
 
 #include "ipc/file_msg_drv.h"
 #include "records/records.h"
+#include "scratch.h"
 #include "test_ipc_peer.h"
 
 namespace {
@@ -54,13 +55,6 @@ protected:
     SysStore* store_ = reinterpret_cast<SysStore*>(-1);
     FileMsg seen_{};
 };
-
-std::string read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 }  // namespace
 
@@ -166,10 +160,8 @@ TEST_F(IpcStore, ResetAndSaveDefaultsReportRefusals) {
 }
 
 TEST(IpcStoreFiles, ReplaceConfigLineOnlyAtLineStart) {
-    char path[] = "/tmp/web_ipc_conf_XXXXXX";
-    const int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    close(fd);
+    const Scratch dir("ipc_conf");
+    const std::string path = dir.path("rtmp.conf");
     const std::string long_line = std::string(600, 'x') + "listen tail\n";
     {
         std::ofstream out(path, std::ios::binary);
@@ -178,11 +170,10 @@ TEST(IpcStoreFiles, ReplaceConfigLineOnlyAtLineStart) {
             << long_line << "listen\t\t1;\n"
             << "max_connections 1000;";
     }
-    ASSERT_EQ(ReplaceConfigLine(path, "listen", "listen\t\t2000;\n"), 0);
-    EXPECT_EQ(read_file(path), "listen\t\t2000;\n    listen 80;\n" + long_line +
+    ASSERT_EQ(ReplaceConfigLine(path.c_str(), "listen", "listen\t\t2000;\n"), 0);
+    EXPECT_EQ(slurp(path), "listen\t\t2000;\n    listen 80;\n" + long_line +
                                    "listen\t\t2000;\nmax_connections 1000;");
-    EXPECT_NE(access((std::string(path) + ".bak").c_str(), F_OK), 0);
-    std::remove(path);
+    EXPECT_EQ(dir.entries(), 1);
 
     EXPECT_EQ(ReplaceConfigLine("/tmp/web_ipc_no_such_dir/x.conf", "a", "b\n"), -1);
 }

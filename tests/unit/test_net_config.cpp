@@ -21,17 +21,11 @@
 #include <string>
 
 #include "net/net_config.h"
+#include "scratch.h"
 
 namespace {
 
 uint32_t ip(const char* dotted) { return inet_addr(dotted); }
-
-std::string slurp(const char* path) {
-    std::ifstream in(path);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 // Runs `body` in a sandboxed child; it returns the text of its failures.
 std::string in_sandbox(const std::function<std::string()>& body) {
