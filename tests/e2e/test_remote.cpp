@@ -104,12 +104,12 @@ TEST(RemoteE2E, PtzDrivesMovesAndMotors) {
         // the four-value form moves to pan 0 and the tilt with its low byte cleared
         {"#APS12345678ab3", "aPC00005600ab3", Lines{"81 01 06 02 18 18 00 00 00 00 05 06 00 00 ff"}},
         {"#APC", "aPC00005600", {}, kPoll},
-        {"#RPS0000123400f", "rPS0000120000f"},
     });
-    // raw positions, then two hexadecimal digits of iris code
+    // raw positions of the settled motors, then two hexadecimal digits of iris code
     const std::string ptd = body_of(send("#PTD"));
     EXPECT_EQ(ptd.substr(0, 19), "pTD0000560020002000");
     EXPECT_EQ(ptd.size(), 21u + 2);
+    run_script({{"#RPS0000123400f", "rPS0000120000f"}});
 }
 
 TEST(RemoteE2E, PtzPresetsStoreRecallAndClear) {
