@@ -146,7 +146,6 @@ TEST(JsonImage, Exchanges) {
 
 TEST(JsonImageWrite, SystemServerSettings) {
     Journal syscmd("syscmd.log");
-    syscmd.mark();
     std::string body = json_set("{\"image\":{\"digital_zoom\":100,\"vo_en\":0}}");
     EXPECT_EQ(member(body, "digital_zoom"), "100");
     EXPECT_EQ(member(body, "vo_en"), "0");
@@ -160,7 +159,6 @@ TEST(JsonImageWrite, SystemServerSettings) {
 
 TEST(JsonImageWrite, ActionsAndPresets) {
     Journal visca("visca.log");
-    visca.mark();
     std::string body = json_set("{\"image\":{\"image_reset\":0,\"image_save\":0}}");
     EXPECT_EQ(member(body, "image_reset"), "true");
     EXPECT_EQ(member(body, "image_save"), "true");

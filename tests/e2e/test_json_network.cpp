@@ -24,8 +24,6 @@ protected:
 TEST_F(EthernetE2E, StaticAddressReadBackLive) {
     Journal visca("visca.log");
     Journal syscmd("syscmd.log");
-    visca.mark();
-    syscmd.mark();
     EXPECT_EQ(compact(R"(func=set{"ethernet":{"eth0":{"ip":"192.168.1.50","gateway":"192.168.1.254"}}})"),
               R"({"ethernet":{"eth0":{"ip":"192.168.1.50","gateway":"192.168.1.254"}},"status":true})");
     EXPECT_TRUE(has_line(visca.wait_lines(1), "81 01 08 ab 0c 00 0a 08 00 01 03 02 ff"));
@@ -36,7 +34,6 @@ TEST_F(EthernetE2E, StaticAddressReadBackLive) {
 
 TEST_F(EthernetE2E, PortClashRefused) {
     Journal syscmd("syscmd.log");
-    syscmd.mark();
     EXPECT_EQ(compact(R"(func=set{"ethernet":{"eth0":{"webPort":554}}})"),
               R"({"ethernet":{"eth0":false},"status":false})");
     EXPECT_EQ(compact(R"(func=set{"ethernet":{"eth0":{"onvifPort":80}}})"),

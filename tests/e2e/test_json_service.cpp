@@ -18,7 +18,6 @@ using namespace e2e;
 TEST(ServiceE2E, FullNdiOverTheBoardsExport) {
     Journal shell("shell.log");
     Journal visca("visca.log");
-    shell.mark();
     EXPECT_EQ(compact(R"(func=get{"full ndi":{"device name":true,"multicast":true,"discovery server":true}})"),
               R"({"full ndi":{"device name":"PTZ-4K1","multicast":{"enable":0,"IP":"239.255.0.0","Mask":"255.255.0.0",)"
               R"("TTL":1},"discovery server":""},"status":true})");

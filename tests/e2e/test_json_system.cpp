@@ -20,7 +20,6 @@ const std::string kErrorParams = "{\"status\":-1,\"message\":Error params.\n}";
 
 TEST(JsonSystemE2E, FirmwareUpdateFlow) {
     Journal shell("shell.log");
-    shell.mark();
     ASSERT_EQ(compact(R"(func=set{"system":{"post_update":"start"}})"),
               R"({"system":{"post_update":true},"status":true})");
     const std::string first(3000, 'a'), second = std::string(1500, 'b') + std::string(1, '\0') + "tail";
@@ -55,7 +54,6 @@ TEST(JsonSystemE2E, LoginChangeOpensPosts) {
 
 TEST(JsonSystemE2E, ActionsReachTheServer) {
     Journal syscmd("syscmd.log");
-    syscmd.mark();
     EXPECT_EQ(compact(R"(func=set{"system":{"system_control":"system_reboot"}})"),
               R"({"system":{"system_control":true},"status":true})");
     EXPECT_EQ(compact(R"(func=set{"system":{"system_control":"network_test"}})"),
@@ -116,7 +114,6 @@ TEST(JsonSystemE2E, SdCard) {
     EXPECT_NE(after.find("\"state\":1"), std::string::npos) << after;
 
     Journal shell("shell.log");
-    shell.mark();
     EXPECT_EQ(compact(R"(func=set{"system":{"sd":{"format":"fat32"}}})"),
               R"({"system":{"sd":{"format":true}},"status":true})");
     const std::vector<std::string> lines = shell.wait_lines(3);
