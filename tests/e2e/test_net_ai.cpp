@@ -17,13 +17,7 @@ using namespace e2e;
 using Lines = std::vector<std::string>;
 using AiValues = std::array<int, 11>;
 
-std::string flat(const std::string& body) {
-    std::string out;
-    for (char c : body)
-        if (c != '\t' && c != '\n') out += c;
-    return out;
-}
-std::string json_set(const std::string& json) { return flat(body_of(get("func=set" + json))); }
+std::string json_set(const std::string& json) { return compact("func=set" + json); }
 
 // The whole answer of a successful "ai" write: the area's values in answer
 // order, then the pan-tilt limit.
@@ -115,7 +109,7 @@ TEST(AiSection, SilentCameraAnswersThePanTiltLimitMinusOne) {
 TEST(AiSection, GetIsNotServed) {
     Journal visca("visca.log");
     EXPECT_EQ(body_of(get(R"(func=get{"ai":true})")), "{\n\t\"status\":\tfalse\n}\n");
-    EXPECT_EQ(flat(body_of(get(R"(func=get{"AI":{"enable":true},"image":{"DC_iris_support":true}})"))),
+    EXPECT_EQ(compact(R"(func=get{"AI":{"enable":true},"image":{"DC_iris_support":true}})"),
               R"({"image":{"DC_iris_support":1},"status":false})");
     EXPECT_TRUE(packets_before_fence(visca).empty());
 }
