@@ -103,8 +103,12 @@ TEST(Rewrite, FixedAnswersThroughTheWebServer) {
         SCOPED_TRACE(row.url);
         const Reply r = parse_http(row.post ? http_post(row.url, row.post) : http_get(row.url));
         EXPECT_EQ(r.status_line, std::string("HTTP/1.0 ") + row.status);
-        EXPECT_EQ(r.content_type, row.type ? row.type : r.content_type);
-        EXPECT_EQ(r.body, row.body ? row.body : r.body);
+        if (row.type) {
+            EXPECT_EQ(r.content_type, row.type);
+        }
+        if (row.body) {
+            EXPECT_EQ(r.body, row.body);
+        }
     }
 }
 
