@@ -5,8 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -17,6 +15,7 @@
 #include "front/web.h"
 #include "debug_texts.h"
 #include "remote/session.h"
+#include "scratch.h"
 
 namespace {
 
@@ -182,7 +181,8 @@ TEST(FrontUpload, Rows) {
         {"a full disk", true, {{std::string(2100, 'z'), nullptr}}, {size(2100)}, "/dev/full", false, ""},
         {"not armed: an unknown name", false, {{std::string(100, 'z'), nullptr}}, {kErrorParams}, nullptr, true, ""},
     };
-    const std::string path = "/tmp/front_upload." + std::to_string(getpid());
+    const Scratch dir("front_upload");
+    const std::string path = dir.path("update.bin");
     for (const Upload& u : rows) {
         SCOPED_TRACE(u.name);
         std::remove(path.c_str());
@@ -195,14 +195,12 @@ TEST(FrontUpload, Rows) {
             EXPECT_TRUE(o.drained);
         }
         if (!u.where) {
-            std::ifstream in(path, std::ios::binary);
-            EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), u.file);
+            EXPECT_EQ(slurp(path), u.file);
         }
         EXPECT_EQ(upload_is_complete(), u.complete);
     }
     upload_set_armed(false);
     upload_set_path(nullptr);
-    std::remove(path.c_str());
 }
 
 // Every movement of "sendPTZ" is logged at debug level with its own text,
