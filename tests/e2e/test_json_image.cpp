@@ -44,22 +44,11 @@ TEST(JsonImageRead, EveryKeyOfTheFactoryCamera) {
     json_set("{\"image\":{\"image_reset\":1}}");
     // Keys whose factory value is known, then keys that only must not fail.
     const std::vector<Expected> known{
-        {"focus_mode", "\"auto\""},
-        {"exposure_mode", "\"auto\""},
-        {"shutter", "11"},
-        {"iris", "5"},
-        {"WB_mode", "\"auto\""},
-        {"color_temperature", "5000"},
-        {"digital_zoom_limit", "896"},
-        {"DC_iris_support", "1"},
-        {"ircut", "2"},
-        {"noise_reduction_2D", "2"},
-        {"noise_reduction_3D", "2"},
-        {"vo_resolution", "\"3840X2160P@30Hz\""},
-        {"sdi1_resolution", "\"1920X1080P@30Hz\""},
-        {"sdi2_resolution", "\"1920X1080P@30Hz\""},
-        {"sdi1_support", "false"},
-        {"sdi2_support", "false"},
+        {"focus_mode", "\"auto\""}, {"exposure_mode", "\"auto\""}, {"shutter", "11"}, {"iris", "5"},
+        {"WB_mode", "\"auto\""}, {"color_temperature", "5000"}, {"digital_zoom_limit", "896"},
+        {"DC_iris_support", "1"}, {"ircut", "2"}, {"noise_reduction_2D", "2"}, {"noise_reduction_3D", "2"},
+        {"vo_resolution", "\"3840X2160P@30Hz\""}, {"sdi1_resolution", "\"1920X1080P@30Hz\""},
+        {"sdi2_resolution", "\"1920X1080P@30Hz\""}, {"sdi1_support", "false"}, {"sdi2_support", "false"},
         {"frame_rate", "30"},
     };
     const std::vector<std::string> live{

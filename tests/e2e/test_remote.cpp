@@ -74,13 +74,6 @@ TEST(RemoteE2E, CamZoomWaitsForAStoredSpeed) {
                 {"HZW", "HZW", Lines{"81 01 04 07 37 ff"}}});
 }
 
-TEST(RemoteE2E, RefusalsAndShortQueries) {
-    EXPECT_EQ(get("aw_ptz?cmd="), "Content-type: application/json\r\nStatus: 200 OK\r\n\r\n"
-                                  "{\"status\":-1,\"message\":Error params.}");
-    EXPECT_EQ(get("aw_cam?res=1"), std::string(kText));
-    run_script({{"#XYZ", "\"ER1:#XYZ\""}, {"#DA", "dA0"}, {"OAF:1x", "\"ER1:OAF:1x\"", Lines{}}});
-}
-
 TEST(RemoteE2E, PtzDrivesMovesAndMotors) {
     run_script({
         {"#P99", "pS99", Lines{"81 01 06 01 17 0a 02 03 ff"}},

@@ -76,14 +76,11 @@ TEST(JsonImageFormats, ShortListAndEmptyMasks) {
     EXPECT_EQ(json_format_list(1ULL << 63, 0), nullptr);  // no format on that bit
 }
 
+// 2276 steps are one degree: 2275 is 0.9998 of one, and -2276 is -1.0002.
 TEST(JsonImageDegrees, TruncatesTowardZero) {
-    EXPECT_EQ(json_image_degrees(32768), 14);
-    EXPECT_EQ(json_image_degrees(-32768), -14);
-    EXPECT_EQ(json_image_degrees(0), 0);
-    EXPECT_EQ(json_image_degrees(2275), 0);     // 0.9998 degrees
-    EXPECT_EQ(json_image_degrees(-2276), -1);   // -1.0002 degrees
-    EXPECT_EQ(json_image_degrees(-2275), 0);
-    EXPECT_EQ(json_image_degrees(2276 * 100), 100);
+    for (const auto& [steps, degrees] : std::vector<std::pair<int, int>>{
+             {32768, 14}, {-32768, -14}, {0, 0}, {2275, 0}, {-2276, -1}, {-2275, 0}, {227600, 100}})
+        EXPECT_EQ(json_image_degrees(steps), degrees) << steps;
 }
 
 // Each row: the members written and the reply's image object; without a

@@ -140,6 +140,7 @@ TEST_F(RemoteCommand, RefusalsAndAnswersWithoutTheCamera) {
     EXPECT_EQ(cam("res=1&cmd=osd:b1"), text("OSD:B1:02B\r\n"));
     EXPECT_EQ(cam("cmd=OMS:001"), text("\"ER1:OMS:001\"\r\n"));   // "OMS:" takes one character
     EXPECT_EQ(cam("cmd=ORS"), text("\"ER1:ORS\"\r\n"));
+    EXPECT_EQ(cam("cmd=OAF:1x"), text("\"ER1:OAF:1x\"\r\n"));
     EXPECT_EQ(cam("res=1"), text(""));
     EXPECT_EQ(cam(nullptr), text(""));
     EXPECT_EQ(last_rc, -1);
