@@ -11,11 +11,6 @@
 // newline, the body is the rest.
 // Checks that a reply is printed for every GET and POST and that every
 // packet sent is well framed.
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
 
 #include "camera/image_ctrl.h"
 #include "cgi/output.h"

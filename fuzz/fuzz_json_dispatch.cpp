@@ -9,11 +9,6 @@
 // printed for a usable object ends with a "status" member, and (in the
 // fakes) that every packet sent is well framed.
 // See fuzz/README.md for building and running.
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <string_view>
 
 #include "camera/image_ctrl.h"
 #include "cgi/output.h"

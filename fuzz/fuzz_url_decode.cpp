@@ -2,8 +2,6 @@
 // Checks that decoding stays inside a destination as large as the source,
 // never grows the text, and that an escape is only ever decoded to a byte
 // from 1 to 126. See fuzz/README.md for building and running.
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <vector>
 

@@ -7,9 +7,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 

@@ -8,8 +8,6 @@
 #include <cstdio>
 #include <fstream>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 

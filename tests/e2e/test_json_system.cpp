@@ -8,9 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 

@@ -7,9 +7,7 @@
 
 #include <chrono>
 #include <optional>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 

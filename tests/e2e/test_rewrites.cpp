@@ -9,8 +9,6 @@
 
 #include <strings.h>
 
-#include <string>
-
 namespace {
 
 using namespace e2e;

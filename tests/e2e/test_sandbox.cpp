@@ -15,7 +15,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <string>
 #include <thread>
 
 namespace {

@@ -1,14 +1,5 @@
-#include <gtest/gtest.h>
-#include <sys/ipc.h>
-#include <sys/msg.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
 
 #include "records/records.h"
 #include "support/elog.h"

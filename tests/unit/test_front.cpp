@@ -1,11 +1,8 @@
-#include <gtest/gtest.h>
 
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
 #include <vector>
 
 #include "cgi/output.h"

@@ -1,7 +1,6 @@
 // The "full ndi" section against a configuration file in the tests' own
 // /mnt (a private tmpfs), the fake shell (mount lines are journalled, not
 // run) and the fake camera (the board's address and the reload packet).
-#include <gtest/gtest.h>
 #include <arpa/inet.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
@@ -9,7 +8,6 @@
 
 #include <fstream>
 #include <sstream>
-#include <string>
 
 #include "json/json_full_ndi.h"
 #include "section_cases.h"

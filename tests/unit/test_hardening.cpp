@@ -1,12 +1,8 @@
 // Request values that must not reach the camera or the system server as they
 // are: bytes that would break a VISCA packet's framing, a digital zoom that
 // overflows, and text echoed inside an answer's quotes.
-#include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <functional>
-#include <string>
-#include <vector>
 
 #include "camera/image_ctrl.h"
 #include "camera/visca_ops.h"

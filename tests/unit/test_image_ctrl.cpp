@@ -2,13 +2,6 @@
 // against scripted replies and names the result and every exchange, written
 // "n 81 01 .." (sent without waiting), "w5 81 09 .." (waited, capacity 5),
 // "w- .." (waited, no capacity) or "flush".
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <functional>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "camera/image_ctrl.h"
 #include "debug_texts.h"

@@ -2,10 +2,7 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstring>
-#include <sys/stat.h>
-#include <thread>
 #include <vector>
 
 #include "ipc/msg_util.h"

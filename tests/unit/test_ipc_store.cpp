@@ -1,11 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <unistd.h>
 
 #include "ipc/file_msg_drv.h"
 #include "records/records.h"

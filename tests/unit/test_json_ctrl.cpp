@@ -1,11 +1,8 @@
 // Dispatch, access key and login splitting of the JSON control API. No
 // camera is attached here: the settings record is absent, so no access key
 // exists and only GET requests (or refusals) are exercised.
-#include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "cgi/output.h"
 #include "records/records.h"

@@ -1,17 +1,7 @@
 // The image section without a camera: format lists, motor degrees and the
 // members that are refused before anything is sent.
-#include <gtest/gtest.h>
 
-#include <cjson/cJSON.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
-#include <functional>
 #include <map>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "camera/image_ctrl.h"
 #include "fake_camera.h"

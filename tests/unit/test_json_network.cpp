@@ -3,11 +3,6 @@
 // answer after a write shows what the command carried. The unit tests run in
 // a network of their own without "eth0": live addresses read 0.0.0.0.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
-#include <vector>
 
 #include "json/json_venc.h"
 #include "section_cases.h"

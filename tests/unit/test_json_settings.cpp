@@ -3,16 +3,8 @@
 // the whole reply, and the commands that went out. The fake plays the
 // server's part for the block commands, so an answer read back after a write
 // shows what the command carried.
-#include <gtest/gtest.h>
 
-#include <cjson/cJSON.h>
-
-#include <cstddef>
-#include <cstdlib>
-#include <cstring>
 #include <arpa/inet.h>
-#include <string>
-#include <vector>
 
 #include "section_cases.h"
 

@@ -3,12 +3,6 @@
 // commands with their payload bytes and the shell lines (glob patterns) that
 // went out. The fake plays the server's part, so an answer read back after a
 // command shows what the command carried.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <vector>
 
 #include "cgi/upload.h"
 #include "json/json_system.h"

@@ -2,23 +2,18 @@
 // process with its own network and mount namespaces, a veth eth0 whose peer sits in a LAN namespace and a
 // private resolv.conf, so the host is never touched.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <sched.h>
 #include <netinet/in.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstring>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
-#include <sstream>
-#include <string>
 
 #include "net/net_config.h"
 #include "scratch.h"

@@ -1,18 +1,7 @@
 // Physical memory through a device (here a file of the test's own standing
 // in for the chip's), the "reg" section on it, and "file ctrl".
-#include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
 #include <vector>
-
-#include <cjson/cJSON.h>
 
 #include "json_reply.h"
 #include "scratch.h"

@@ -1,12 +1,8 @@
 // The remote-control interpreters: conversions and tables, and the two
 // interpreters run against a scripted camera (packets recorded, inquiries
 // answered from a table).
-#include <gtest/gtest.h>
 
-#include <cstring>
 #include <map>
-#include <string>
-#include <vector>
 
 #include "camera/image_ctrl.h"
 #include "fake_camera.h"

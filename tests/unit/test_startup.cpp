@@ -2,14 +2,7 @@
 // are the test's own: every unit test runs in a private IPC namespace.
 #include <gtest/gtest.h>
 
-#include <sys/ipc.h>
-#include <sys/msg.h>
-#include <sys/shm.h>
-
 #include <csignal>
-#include <cstdint>
-#include <fstream>
-#include <string>
 
 #include "front/web.h"
 #include "ipc/CamMsgDrv.h"
