@@ -53,7 +53,7 @@ void json_access_key_update() {
     }
     const std::string user(field_text(info->user));
     const std::string password(field_text(info->password));
-    const std::string dotted = net_dotted(info->dhcp != 0 ? net_get_ifaddr("eth0") : info->ip);
+    const std::string dotted = info->dhcp != 0 ? net_eth0_dotted() : net_dotted(info->ip);
     g_access_key = json_access_key_compute(user.c_str(), password.c_str(), dotted.c_str(), info->mac);
     g_access_key_known = true;
 }

@@ -113,7 +113,7 @@ cJSON* rtsp_link(const Field& row, const uint8_t* block, int) {
     if (info == nullptr) return nullptr;
     const bool sub = block == reinterpret_cast<const uint8_t*>(&info->mcastSub);
     char link[96];
-    std::snprintf(link, sizeof link, "rtsp://%s:%1d/%s", net_dotted(net_get_ifaddr("eth0")).c_str(), (info->rtspPort + row.arg) % 65536,
+    std::snprintf(link, sizeof link, "rtsp://%s:%1d/%s", net_eth0_dotted().c_str(), (info->rtspPort + row.arg) % 65536,
                   kStreams[sub ? 1 : 0].path);
     return cJSON_CreateString(link);
 }

@@ -57,9 +57,6 @@ constexpr int kLogLinksMax = 128;
 
 // ---- small readers ------------------------------------------------------------------
 
-// The dotted address of "eth0" as it is now.
-std::string eth0_dotted() { return net_dotted(net_get_ifaddr("eth0")); }
-
 // The first line of a small file the other processes write, at most 127
 // bytes, without its line end; empty when it cannot be read.
 std::string small_file(const char* path) {
@@ -431,7 +428,7 @@ int get_log(const Row&, cJSON* item, cJSON* answer) {
     }
     const SysInfo* info = sys_info();
     const int port = info != nullptr ? info->httpPort : 80;
-    const std::string host = eth0_dotted();
+    const std::string host = net_eth0_dotted();
     if (same_word(item->valuestring, "kernel")) {
         pox_system("dmesg > /tmp/kernel.log");
         return give(item, answer, log_link(host, port, "kernel.log"));
@@ -495,7 +492,7 @@ int get_params(const Row&, cJSON* item, cJSON* answer) {
         !write_params(archive.get(), static_cast<uint32_t>(st.st_size)))
         return give(item, answer, nullptr);
     char link[64];
-    std::snprintf(link, sizeof link, "http://%s/fw_params.bin", eth0_dotted().c_str());
+    std::snprintf(link, sizeof link, "http://%s/fw_params.bin", net_eth0_dotted().c_str());
     return give(item, answer, cJSON_CreateString(link));
 }
 

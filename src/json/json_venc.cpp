@@ -180,7 +180,7 @@ cJSON* stream_answer(const SysInfo& info, const Stream& s) {
     const int interval = interval_word(r);
     add_number(out, "interval", interval >= 0 ? r[static_cast<size_t>(interval)] : 0);
 
-    const std::string dotted = net_dotted(net_get_ifaddr("eth0"));
+    const std::string dotted = net_eth0_dotted();
     const char* host = dotted.c_str();
     std::snprintf(text, sizeof text, "rtsp://%s:%1d/%s", host, info.rtspPort, s.rtsp_path);
     add_text(out, "rtspUrl", text);

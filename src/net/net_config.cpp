@@ -491,3 +491,5 @@ std::string net_dotted(uint32_t addr) {
     inet_ntop(AF_INET, &a, text, sizeof text);
     return text;
 }
+
+std::string net_eth0_dotted() { return net_dotted(net_get_ifaddr("eth0")); }

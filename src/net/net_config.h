@@ -9,6 +9,8 @@
 uint32_t net_get_ifaddr(const char* ifname);
 // An IPv4 address (network byte order) in dotted form.
 std::string net_dotted(uint32_t addr);
+// The address "eth0" has now, in dotted form.
+std::string net_eth0_dotted();
 int net_set_ifaddr(const char* ifname, uint32_t addr);
 int net_get_mtu(const char* ifname);
 int net_set_mtu(const char* ifname, int mtu);
