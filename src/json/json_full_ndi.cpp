@@ -31,8 +31,8 @@ constexpr mode_t kSaveMode = 755;  // decimal, as the board's tools have always 
 
 // Makes the configuration file reachable: used in place when it is there,
 // otherwise the board's export is mounted (`mounted` then says so). 0, or
-// the failed address lookup's result.
-int board_attach(bool& mounted) {
+// the failed address lookup's result, logged under the caller's name.
+int board_attach(bool& mounted, const char* caller) {
     mounted = false;
     if (access(kConfig, F_OK) == 0) return 0;
     SysState* state = sys_state(1);
@@ -40,7 +40,7 @@ int board_attach(bool& mounted) {
     if (addr == kUnknown) {
         addr = fpga_get_ip();
         if (addr == kUnknown) {
-            LOG_ERR("fpga_get_ip failed!\n");
+            LOG_ERR_AS(caller, "fpga_get_ip failed!\n");
             return -1;
         }
         if (state != nullptr) state->encoderBoardAddr = addr;
@@ -180,7 +180,7 @@ JsonTree load_tree(bool& loaded) {
 int fullndi_config_load(char* buffer, size_t size) {
     if (buffer == nullptr || size == 0) return -1;
     bool mounted = false;
-    const int attached = board_attach(mounted);
+    const int attached = board_attach(mounted, __func__);
     if (attached != 0) return attached;
     const int result = file_read_text(kConfig, buffer, size) < 0 ? -1 : 0;
     if (result != 0) LOG_ERR("Read config failed!\n");
@@ -190,7 +190,7 @@ int fullndi_config_load(char* buffer, size_t size) {
 
 int fullndi_config_save(const char* text, size_t length) {
     bool mounted = false;
-    const int attached = board_attach(mounted);
+    const int attached = board_attach(mounted, __func__);
     if (attached != 0) return attached;
     const int fd = open(kConfig, O_WRONLY | O_CREAT | O_TRUNC, kSaveMode);
     if (fd >= 0) {
@@ -210,10 +210,6 @@ int fullndi_config_save(const char* text, size_t length) {
 
 int json_full_ndi_get_ctrl(cJSON* member, cJSON* reply) {
     if (member == nullptr) return -1;
-    if (!cJSON_IsTrue(member) && !cJSON_IsObject(member)) {  // asks for nothing the board keeps
-        json_answer_false(reply, member->string);
-        return -1;
-    }
     bool loaded = false;
     JsonTree tree = load_tree(loaded);
     cJSON* answer = cJSON_IsObject(tree.get()) ? cJSON_CreateObject() : nullptr;
@@ -235,7 +231,7 @@ int json_full_ndi_get_ctrl(cJSON* member, cJSON* reply) {
                 json_answer(answer, asked->string, api_value(ndi, *key));
             }
         }
-    } else if (ndi != nullptr) {
+    } else if (cJSON_IsTrue(member) && ndi != nullptr) {  // any other value asks for nothing: {}
         for (const NdiKey& key : kKeys) json_answer(answer, key.name.data(), api_value(ndi, key));
     }
     json_answer(reply, member->string, answer);
@@ -254,8 +250,15 @@ int json_full_ndi_set_ctrl(cJSON* member, cJSON* reply) {
         json_answer_false(reply, member->string);
         return -1;
     }
+    // A file the next read could not take whole would be lost to the board:
+    // such a write is refused and nothing is saved.
     JsonText printed(cJSON_Print(tree.get()));
+    if (!printed || std::strlen(printed.get()) >= kConfigMax) {
+        LOG_ERR("config too long, not saved\n");
+        json_answer_false(reply, member->string);
+        return -1;
+    }
     json_answer(reply, member->string, cJSON_Duplicate(tree.get(), 1));
-    if (printed) fullndi_config_save(printed.get(), std::strlen(printed.get()));
+    fullndi_config_save(printed.get(), std::strlen(printed.get()));
     return image_encoder_reload() < 0 ? -1 : 0;
 }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 
 #include "json/json_section.h"
@@ -29,6 +30,31 @@ bool parse_number(const char* text, uint32_t& out) {
     out = static_cast<uint32_t>(v);
     return true;
 }
+
+// The windows of the physical address space the section may reach, set
+// when the product is built (whole space unless the build narrows it).
+struct Window {
+    uint32_t first;
+    uint32_t last;  // included
+};
+#ifndef WEB_REG_WINDOWS
+#define WEB_REG_WINDOWS {0x00000000u, 0xFFFFFFFFu},
+#endif
+constexpr Window kWindows[] = {WEB_REG_WINDOWS};
+static_assert(std::size(kWindows) > 0, "the register section needs at least one window");
+
+// A register is one aligned 32-bit word inside a window: an unaligned word,
+// or one that runs past the end of the space or of its window, would fault
+// the bus on the device and is never handed to it.
+bool reachable(uint32_t address) {
+    if (address % 4 != 0 || address > UINT32_MAX - 3) return false;
+    for (const Window& w : kWindows)
+        if (address >= w.first && w.last >= 3 && address <= w.last - 3) return true;
+    return false;
+}
+
+// The register a member's key names, when it parses and may be reached.
+bool register_of(const char* key, uint32_t& address) { return parse_number(key, address) && reachable(address); }
 
 void answer_register(cJSON* answer, const char* key, uint32_t address) {
     char text[16];
@@ -53,11 +79,12 @@ std::string file_path(const char* path) {
 void json_file_ctrl_set_root(const char* dir) { g_file_root = dir != nullptr ? dir : ""; }
 
 // Every member's key is a register; its value does not matter. An address
-// that does not parse is answered false without failing the section.
+// that does not parse or may not be reached is answered false without
+// failing the section.
 int json_reg_get_ctrl(cJSON* member, cJSON* reply) {
     return json_section_walk(member, reply, [](cJSON* item, cJSON* answer, int&) {
         uint32_t address = 0;
-        if (parse_number(item->string, address)) answer_register(answer, item->string, address);
+        if (register_of(item->string, address)) answer_register(answer, item->string, address);
         else json_answer_false(answer, item->string);
     });
 }
@@ -68,7 +95,7 @@ int json_reg_set_ctrl(cJSON* member, cJSON* reply) {
     return json_section_walk(member, reply, [](cJSON* item, cJSON* answer, int& result) {
         uint32_t address = 0;
         uint32_t value = 0;
-        if (!cJSON_IsString(item) || !parse_number(item->string, address) ||
+        if (!cJSON_IsString(item) || !register_of(item->string, address) ||
             !parse_number(item->valuestring, value) || ambmm(address, value) != 0) {
             json_answer_false(answer, item->string);
             result = -1;

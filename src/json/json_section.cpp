@@ -246,7 +246,7 @@ int fields_read(Fields table, const uint8_t* block, const cJSON* member, const c
                 find_field(table, item->string, index, [](const Field& r) { return (r.in & kInKeyed) != 0; });
             if (row == nullptr || !cJSON_IsTrue(item)) {
                 json_answer_false(answer, item->string);
-                if (row == nullptr || rules.non_true_fails) result = -1;
+                if (row == nullptr ? rules.unknown_fails : rules.non_true_fails) result = -1;
                 continue;
             }
             const char* key = row->exact_name ? row->name.data() : item->string;

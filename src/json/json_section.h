@@ -44,6 +44,9 @@ inline void json_answer_false(cJSON* answer, const char* key) {
     json_answer(answer, key, cJSON_CreateFalse());
 }
 inline void json_answer_true(cJSON* answer, const char* key) { json_answer(answer, key, cJSON_CreateTrue()); }
+inline void json_answer_bool(cJSON* answer, const char* key, bool value) {
+    json_answer(answer, key, cJSON_CreateBool(value));
+}
 inline void json_answer_number(cJSON* answer, const char* key, double value) {
     json_answer(answer, key, cJSON_CreateNumber(value));
 }
@@ -184,6 +187,7 @@ constexpr Field own_field(std::string_view key) { return {key, FieldForm::own}; 
 struct ReadRules {
     bool other_is_empty = false;  // a value neither true nor object: {} and 0 (else false, -1)
     bool non_true_fails = true;   // a member not true: false and -1 (else false only)
+    bool unknown_fails = true;    // a key no row names: false and -1 (else false only)
 };
 
 // The stored number of a number or address row (an address as its 32-bit

@@ -51,14 +51,15 @@ const uint8_t* rtmp_block(const Stream& stream) {
     return reinterpret_cast<const uint8_t*>(&state->rtmp[index_of(stream)]);
 }
 
-// `true` (or no request) answers every key; an object answers its true
-// "enable" and "url", skips other keys, answers other values false; "status"
-// always comes last.
-bool rtmp_read(const Stream& stream, const cJSON* request, cJSON* answer) {
+// The stream answered under `key` (the request's spelling): `true` (or no
+// request) answers
+// every key; an object answers its true "enable" and "url", skips other
+// keys, answers other values false; "status" always comes last.
+bool rtmp_answer(const Stream& stream, const cJSON* request, const char* key, cJSON* answer) {
     const uint8_t* block = rtmp_block(stream);
     cJSON* out = block != nullptr ? cJSON_CreateObject() : nullptr;
     if (out == nullptr) {
-        json_answer_false(answer, stream.name.data());
+        json_answer_false(answer, key);
         return false;
     }
     if (request == nullptr || cJSON_IsTrue(request)) {
@@ -74,8 +75,12 @@ bool rtmp_read(const Stream& stream, const cJSON* request, cJSON* answer) {
         }
         json_answer(out, "status", field_value(kRtmpFields[2], block));
     }
-    json_answer(answer, stream.name.data(), out);
+    json_answer(answer, key, out);
     return true;
+}
+
+bool rtmp_read(const Stream& stream, const cJSON* request, cJSON* answer) {
+    return rtmp_answer(stream, request, request->string, answer);
 }
 
 bool rtmp_take(const Stream& stream, const cJSON* m) {
@@ -97,10 +102,10 @@ bool rtmp_write(const Stream& stream, cJSON* request, cJSON* answer) {
         if (m == request->child) first_taken = taken;
     }
     if (!first_taken) {
-        json_answer_false(answer, stream.name.data());
+        json_answer_false(answer, request->string);
         return false;
     }
-    return rtmp_read(stream, nullptr, answer);
+    return rtmp_answer(stream, nullptr, request->string, answer);
 }
 
 // ---- rtp multicast -----------------------------------------------------------------
@@ -150,7 +155,11 @@ int json_rtmp_set_ctrl(cJSON* member, cJSON* reply) { return stream_walk(member,
 
 int json_multicast_get_ctrl(cJSON* member, cJSON* reply) {
     return stream_walk(member, reply, false, [](const Stream& stream, cJSON* item, cJSON* answer) {
-        return fields_read(kMulticastFields, block_stored(kMulticastBlocks[index_of(stream)]), item, answer) == 0;
+        // Inside a stream a key it does not know, or a value that is not
+        // true, answers false without failing the request.
+        constexpr ReadRules kLenient{.non_true_fails = false, .unknown_fails = false};
+        return fields_read(kMulticastFields, block_stored(kMulticastBlocks[index_of(stream)]), item, answer,
+                           kLenient) == 0;
     });
 }
 

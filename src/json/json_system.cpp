@@ -374,19 +374,13 @@ bool sd_delete_one(const cJSON* name) {
     return unlink(path.c_str()) == 0;
 }
 
-cJSON* sd_delete(const cJSON* item, bool& failed) {
-    if (!cJSON_IsArray(item)) {
-        const bool done = sd_delete_one(item);
-        failed = failed || !done;
-        return cJSON_CreateBool(done);
-    }
-    cJSON* results = cJSON_CreateArray();
-    for (const cJSON* name = item->child; name != nullptr && results != nullptr; name = name->next) {
-        const bool done = sd_delete_one(name);
-        failed = failed || !done;
-        cJSON_AddItemToArray(results, cJSON_CreateBool(done));
-    }
-    return results;
+// One name or an array of names; one answer: true when every name was
+// removed (those that could be removed are, whatever the others do).
+bool sd_delete(const cJSON* item) {
+    if (!cJSON_IsArray(item)) return sd_delete_one(item);
+    bool all = true;
+    for (const cJSON* name = item->child; name != nullptr; name = name->next) all = sd_delete_one(name) && all;
+    return all;
 }
 
 int set_sd(const Row&, cJSON* item, cJSON* answer) {
@@ -394,18 +388,11 @@ int set_sd(const Row&, cJSON* item, cJSON* answer) {
     if (results == nullptr) return give(item, answer, nullptr);
     bool failed = false;
     for (const cJSON* action = item->child; action != nullptr; action = action->next) {
-        cJSON* result = nullptr;
-        if (same_word(action->string, "format")) {
-            const bool done = sd_format(action);
-            failed = failed || !done;
-            result = cJSON_CreateBool(done);
-        } else if (same_word(action->string, "delete")) {
-            result = sd_delete(action, failed);
-        } else {
-            failed = true;
-            result = cJSON_CreateFalse();
-        }
-        json_answer(results, action->string, result);
+        const bool done = same_word(action->string, "format")   ? sd_format(action)
+                          : same_word(action->string, "delete") ? sd_delete(action)
+                                                                : false;
+        failed = failed || !done;
+        json_answer_bool(results, action->string, done);
     }
     json_answer(answer, item->string, results);
     return failed ? -1 : 0;
@@ -512,8 +499,10 @@ int send_key_text(const Row& row, cJSON* item, cJSON* answer) {
     return give(item, answer, sys_send_text(row.command, item->string) == 0 ? cJSON_CreateTrue() : nullptr);
 }
 
+// The text goes whole; only one that a command's slice cannot carry is refused.
 int set_time_zone(const Row& row, cJSON* item, cJSON* answer) {
-    if (std::strlen(item->valuestring) >= sizeof(SysInfo::timezone) || sys_send_text(row.command, item->valuestring) != 0)
+    if (std::strlen(item->valuestring) > static_cast<size_t>(PROC_MEM_SIZE) ||
+        sys_send_text(row.command, item->valuestring) != 0)
         return give(item, answer, nullptr);
     return give(item, answer, record_value(row));
 }

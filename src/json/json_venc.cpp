@@ -221,17 +221,28 @@ int stream_walk(cJSON* member, cJSON* reply, bool objects_only, Build build) {
 
 // ---- the write -----------------------------------------------------------------------------
 
-uint32_t default_bitrate(const Record& r) { return r[kCol] * r[kLine] / 400; }
+// The bit rate a new codec or rate control starts from, or false when the
+// picture is too large for it to fit its word (the switch is then refused,
+// never wrapped).
+bool default_bitrate(const Record& r, uint32_t& out) {
+    const uint64_t rate = uint64_t{r[kCol]} * r[kLine] / 400;
+    if (rate > UINT32_MAX) return false;
+    out = static_cast<uint32_t>(rate);
+    return true;
+}
 
-// The codec words of a record switched to `codec`, kept consistent.
-void switch_codec(Record& r, uint32_t codec, const Stream& s) {
+// The codec words of a record switched to `codec`, kept consistent; false
+// (the record unchanged) when a computed word would not fit.
+bool switch_codec(Record& r, uint32_t codec, const Stream& s) {
+    uint32_t bitrate = 0;
+    if (codec != kMjpeg && !default_bitrate(r, bitrate)) return false;
     const uint32_t from = r[kCodec];
     r[kCodec] = codec;
     if (codec == kMjpeg) {
         r[kRc] = 2;
         r[kW8] = kMjpegQuality;
         r[kW9] = r[kW10] = 0;
-        return;
+        return true;
     }
     const SavedCodecs* saved = from != kMjpeg ? sys_saved_codecs() : nullptr;
     const size_t slot = codec == kH265 ? 1 : 0;
@@ -239,25 +250,31 @@ void switch_codec(Record& r, uint32_t codec, const Stream& s) {
     if (saved != nullptr && saved->magic == kInfoMagic && saved->stream[s.index][slot].word[kCodec] == codec &&
         saved->stream[s.index][slot].word[kCol] != 0) {
         for (size_t w = kRc; w <= kMaxQp; ++w) r[w] = saved->stream[s.index][slot].word[w];
-        return;
+        return true;
     }
     r[kRc] = kCbr;
     r[kW8] = r[kW9] = r[kW10] = 0;
     if (codec == kH264) r[kW8] = 1;  // MP
     if (const int w = interval_word(r); w >= 0) r[static_cast<size_t>(w)] = r[kRate];
-    if (const int w = bitrate_word(r); w >= 0) r[static_cast<size_t>(w)] = default_bitrate(r);
+    if (const int w = bitrate_word(r); w >= 0) r[static_cast<size_t>(w)] = bitrate;
+    return true;
 }
 
 // A new rate control: an MJPEG stream trades its bit rate for its quality
 // word and back; an H.264 stream going variable gets its quantiser range.
-void switch_rc(Record& r, uint32_t rc) {
+// False (the record unchanged) when the bit rate would not fit its word.
+bool switch_rc(Record& r, uint32_t rc) {
     const bool had_bitrate = bitrate_word(r) >= 0;
-    r[kRc] = rc;
-    if (r[kCodec] == kMjpeg && !had_bitrate && bitrate_word(r) >= 0) r[kW8] = default_bitrate(r);
-    if (r[kCodec] == kH264 && rc == kVbr) {
-        r[kMinQp] = kMinQpVbr;
-        r[kMaxQp] = kMaxQpVbr;
+    Record next = r;
+    next[kRc] = rc;
+    if (next[kCodec] == kMjpeg && !had_bitrate && bitrate_word(next) >= 0 && !default_bitrate(next, next[kW8]))
+        return false;
+    if (next[kCodec] == kH264 && rc == kVbr) {
+        next[kMinQp] = kMinQpVbr;
+        next[kMaxQp] = kMaxQpVbr;
     }
+    r = next;
+    return true;
 }
 
 // The main stream of an NDI camera: a bit rate for its codec, size and rate,
@@ -312,8 +329,10 @@ bool take(const cJSON* m, Record& r, Wanted& w) {
         if (c == nullptr) return false;
         value = c->code;
     } else {
-        if (!cJSON_IsNumber(m) || m->valuedouble < 0 || m->valuedouble > static_cast<double>(row->max)) return false;
-        value = m->valueint;
+        // The number itself, not cJSON's int view of it (which saturates).
+        if (!cJSON_IsNumber(m) || !(m->valuedouble >= 0) || m->valuedouble > static_cast<double>(row->max))
+            return false;
+        value = static_cast<int64_t>(m->valuedouble);
     }
     if (row->word >= 0) {
         r[static_cast<size_t>(row->word)] = static_cast<uint32_t>(value);
@@ -334,8 +353,12 @@ cJSON* write_stream(const Stream& s, cJSON* request) {
         json_answer(taken.get(), m->string, cJSON_CreateBool(take(m, r, w)));
     auto asked = [&w](Ask a) { return w[a] >= 0; };
     auto value = [&w](Ask a) { return static_cast<uint32_t>(w[a]); };
-    if (asked(kAskCodec) && value(kAskCodec) != r[kCodec]) switch_codec(r, value(kAskCodec), s);
-    if (asked(kAskRc) && value(kAskRc) != r[kRc]) switch_rc(r, value(kAskRc));
+    // A switch whose computed words do not fit is refused: its member answers false.
+    auto refuse = [&taken](const char* key) {
+        if (cJSON* m = cJSON_GetObjectItem(taken.get(), key); m != nullptr) m->type = cJSON_False;
+    };
+    if (asked(kAskCodec) && value(kAskCodec) != r[kCodec] && !switch_codec(r, value(kAskCodec), s)) refuse("mode");
+    if (asked(kAskRc) && value(kAskRc) != r[kRc] && !switch_rc(r, value(kAskRc))) refuse("rcmode");
     if (asked(kAskProfile) && r[kCodec] == kH264) r[kW8] = value(kAskProfile);
     const int bitrate = bitrate_word(r), interval = interval_word(r);
     if (asked(kAskBitrate) && bitrate >= 0) r[static_cast<size_t>(bitrate)] = value(kAskBitrate);

@@ -6,14 +6,17 @@
 
 #include "support/elog.h"
 
-#define LOG_ERR(fmt, ...)                                                                                \
-    do {                                                                                                 \
-        if (g_print_level >= 2) {                                                                        \
-            std::fprintf(stderr, "\033[0;31m[%s]-%d: \033[0m" fmt, __func__, __LINE__, ##__VA_ARGS__);   \
-            std::fflush(stdout);                                                                         \
-            elog_output(ELOG_LVL_WARN, "NO_TAG", __FILE_NAME__, __func__, __LINE__, fmt, ##__VA_ARGS__); \
-        }                                                                                                \
+// LOG_ERR under a function name of the caller's choosing, for a helper that
+// reports on behalf of the function that called it.
+#define LOG_ERR_AS(func, fmt, ...)                                                                     \
+    do {                                                                                               \
+        if (g_print_level >= 2) {                                                                      \
+            std::fprintf(stderr, "\033[0;31m[%s]-%d: \033[0m" fmt, func, __LINE__, ##__VA_ARGS__);     \
+            std::fflush(stdout);                                                                       \
+            elog_output(ELOG_LVL_WARN, "NO_TAG", __FILE_NAME__, func, __LINE__, fmt, ##__VA_ARGS__);   \
+        }                                                                                              \
     } while (0)
+#define LOG_ERR(fmt, ...) LOG_ERR_AS(__func__, fmt, ##__VA_ARGS__)
 
 #define LOG_INFO(fmt, ...)                                                                               \
     do {                                                                                                 \

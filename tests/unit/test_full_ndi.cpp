@@ -50,7 +50,7 @@ const std::vector<fake::SectionCase> kCases = {
      R"("multicast":{"enable":0,"IP":"239.255.0.0","TTL":1},"discovery server":""},"status":true})", {}, {}},
     {"keyed read", false, R"({"full ndi":{"Device Name":true,"discovery server":true,"channel name":true,"x":true}})",
      R"({"full ndi":{"Device Name":"cam","discovery server":"","x":false},"status":true})", {}, {}},
-    {"a value that asks nothing", false, R"({"full ndi":3})", R"({"full ndi":false,"status":false})", {}, {}},
+    {"a value that asks nothing", false, R"({"full ndi":3})", R"({"full ndi":{},"status":true})", {}, {}},
     {"write answers the whole file tree", true,
      R"({"full ndi":{"device name":"new","quality":80,"discovery server":"10.0.0.2","multicast":{"enable":1,"Mask":"255.0.0.0"}}})",
      R"({"full ndi":{"ndi":{"enable":1,"format":"1920X1080P@60Hz","machinename":"new","groups":{"send":"public"},)"
@@ -82,14 +82,30 @@ TEST_F(FullNdi, MountsTheBoardWhenTheFileIsAbsent) {
     EXPECT_EQ(sys.state().encoderBoardAddr, inet_addr("192.168.1.101"));
 }
 
+// A failed lookup is reported under the loader's or the saver's name.
 TEST_F(FullNdi, FailedLookupIsTriedAgain) {
     std::remove(kFile);
     camera.answer = nullptr;
+    testing::internal::CaptureStderr();
     json_reply(json_get_ctrl, R"({"full ndi":true})");
     json_reply(json_get_ctrl, R"({"full ndi":true})");
+    fullndi_config_save("{}", 2);
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("[fullndi_config_load]-"), std::string::npos) << log;
+    EXPECT_NE(log.find("[fullndi_config_save]-"), std::string::npos) << log;
     EXPECT_TRUE(shell.lines.empty());
-    EXPECT_EQ(camera.sent().size(), 2u);
+    EXPECT_EQ(camera.sent().size(), 3u);
     EXPECT_EQ(sys.state().encoderBoardAddr, 0xFFFFFFFFu);
+}
+
+// A write whose file the next read could not take whole is refused: the
+// board's file stays as it was and no reload is sent.
+TEST_F(FullNdi, WriteTooLongToReadBackSavesNothing) {
+    const std::string before = file();
+    EXPECT_EQ(json_reply(json_set_ctrl, R"({"full ndi":{"channel name":")" + std::string(900, 'c') + R"("}})"),
+              R"({"full ndi":false,"status":false})");
+    EXPECT_EQ(file(), before);
+    EXPECT_TRUE(camera.sent().empty());
 }
 
 // A file longer than the 1024 bytes read does not parse and answers false.

@@ -116,6 +116,20 @@ const std::vector<fake::SectionCase> kCases = {
      {"35 00 00 00 00 01 00 00 00 00 05 00 00 d0 02 00 00 3c 00 00 00 01", "36 00 00 00 00", "36 00 00 00 00"}, {}},
     {"a format without a name", true, R"({"venc":{"main":{"format":"1280X720P@24Hz"}}})", "",
      {"35 00 00 00 00 01 00 00 00 80 07 00 00 38 04 00 00 1e 00 00 00 00"}, {}},
+    {"a bit rate beyond 2^31 goes as it is", true, R"({"venc":{"sub":{"bitrate":3000000000}}})", "",
+     {"35 01 00 00 00 01 00 00 00 80 02 00 00 68 01 00 00 1e 00 00 00 00 00 00 00 02 00 00 00 00 00 00 00 1e 00 00 00 "
+      "00 5e d0 b2"}, {}},
+    {"a bit rate beyond 32 bits is refused", true, R"({"venc":{"sub":{"bitrate":4294967296}}})", "",
+     {"35 01 00 00 00 01 00 00 00 80 02 00 00 68 01 00 00 1e 00 00 00 00 00 00 00 02 00 00 00 00 00 00 00 1e 00 00 00 "
+      "00 04 00 00"}, {}},
+    {"a large picture's bit rate is computed whole", true,
+     R"({"venc":{"main":{"col":65536,"line":65536,"mode":"h264"}}})", "",
+     {"35 00 00 00 00 01 00 00 00 00 00 01 00 00 00 01 00 1e 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 "
+      "1e 00 00 00 0a d7 a3 00"}, {}},
+    {"a switch whose bit rate would not fit is refused", true,
+     R"({"venc":{"main":{"col":4294967295,"line":65536,"Mode":"h264"}}})", "",
+     {"35 00 00 00 00 01 00 00 00 ff ff ff ff 00 00 01 00 1e 00 00 00 00 00 00 00 01 00 00 00 02 00 00 00 55 00 00 00 "
+      "00 00 00 00"}, {}},
     {"venc write of a stream not an object", true, R"({"venc":{"main":true}})",
      R"({"venc":{"main":false},"status":false})", {}, {}},
 
@@ -128,6 +142,10 @@ const std::vector<fake::SectionCase> kCases = {
      {"38 72 74 6d 70 3a 2f 2f 63"}, {}},
     {"rtmp keyed read skips other keys, status last", false, R"({"rtmp":{"main":{"url":true,"other":true,"enable":2}}})",
      R"({"rtmp":{"main":{"url":"rtmp://a/b","enable":false,"status":0}},"status":true})", {}, {}},
+    {"rtmp answers under the request's spelling", false, R"({"RTMP":{"SUB":{"URL":true},"Main":true}})",
+     R"({"RTMP":{"SUB":{"URL":"","status":0},"Main":{"enable":1,"url":"rtmp://a/b","status":0}},"status":true})", {}, {}},
+    {"rtmp write answers under the request's spelling", true, R"({"rtmp":{"MAIN":{"enable":1}}})",
+     R"({"rtmp":{"MAIN":{"enable":1,"url":"rtmp://a/b","status":0}},"status":true})", {"39 01 00 00 00"}, {}},
 
     // rtp multicast
     {"multicast whole: rtsp through the relay port", false, R"({"rtp multicast":{"main":true}})",
@@ -135,6 +153,9 @@ const std::vector<fake::SectionCase> kCases = {
      R"("rtp":"rtp://239.1.1.1:5000"}},"status":true})", {}, {}},
     {"multicast keyed: rtsp on its own port", false, R"({"rtp multicast":{"sub":{"rtsp":true}}})",
      R"({"rtp multicast":{"sub":{"rtsp":"rtsp://0.0.0.0:554/multicast/sub"}},"status":true})", {}, {}},
+    {"multicast: a key inside a stream it does not know answers false alone", false,
+     R"({"rtp multicast":{"main":{"port":true,"colour":true,"ip":1}}})",
+     R"({"rtp multicast":{"main":{"port":5000,"colour":false,"ip":false}},"status":true})", {}, {}},
     {"multicast port as text sends nothing", true, R"({"rtp multicast":{"main":{"enable":0,"port":"x"}}})",
      R"({"rtp multicast":{"main":false},"status":false})", {}, {}},
     {"multicast block", true, R"({"rtp multicast":{"main":{"ip":"239.2.2.2","port":6000}}})", "",

@@ -93,6 +93,12 @@ TEST_F(RegFile, Sections) {
          R"({"reg":{"0x20":"0xdeadbeef","32":"0xdeadbeef","0X24":"0x11"},"status":true})"},
         {"addresses that do not parse", false, R"({"reg":{"0x":true,"12a":true}})",
          R"({"reg":{"0x":false,"12a":false},"status":true})"},
+        // An unaligned word, or one running past 4 GiB, never reaches the device.
+        {"unaligned or past the end: false, the others served", false,
+         R"({"reg":{"0xfffffffe":true,"0x22":true,"0xfffffffd":true,"0x20":true}})",
+         R"({"reg":{"0xfffffffe":false,"0x22":false,"0xfffffffd":false,"0x20":"0xdeadbeef"},"status":true})"},
+        {"no unaligned write", true, R"({"reg":{"0xfffffffd":"0x1","0x21":"0x1"}})",
+         R"({"reg":{"0xfffffffd":false,"0x21":false},"status":false})"},
         {"a value that is not text", true, R"({"reg":{"0x20":5}})", R"({"reg":{"0x20":false},"status":false})"},
         {"file ctrl without a path", true, R"({"file ctrl":{"data":[1]}})", R"({"file ctrl":false,"status":false})"},
         {"file ctrl at an index", true, R"({"file ctrl":{"path":"ten.bin","index":4,"data":[65,66]}})",
