@@ -50,6 +50,11 @@ done
 
 "$BUILD/e2e_tests" "$@"
 status=$?
+# The README's examples, last (some of them readdress the camera); only on a
+# whole run, not when a filter picks some tests.
+if [ $# -eq 0 ]; then
+  "$REPO/tests/doc/readme_examples.sh" "$port" || status=1
+fi
 [ "$status" -eq 0 ] || show_logs
 camera_finish "$status"
 }

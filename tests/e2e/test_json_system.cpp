@@ -105,7 +105,7 @@ TEST(JsonSystemE2E, SdCard) {
               R"({"system":{"sd":{"state":1,"storage size":8,"avail size":7}},"status":true})");
     EXPECT_NE(compact(R"(func=get{"system":{"sd":{"filelist":true}}})").find("\"REC_0001.mp4\""), std::string::npos);
     EXPECT_EQ(compact(R"(func=set{"system":{"sd":{"delete":["REC_0001.mp4","../../tmp/sd.status"]}}})"),
-              R"({"system":{"sd":{"delete":[true, false]}},"status":false})");
+              R"({"system":{"sd":{"delete":false}},"status":false})");  // one answer; the good name still goes
     const std::string after = compact(R"(func=get{"system":{"sd":{"filelist":true,"state":true}}})");
     EXPECT_EQ(after.find("REC_0001.mp4"), std::string::npos) << after;
     EXPECT_NE(after.find("\"state\":1"), std::string::npos) << after;
