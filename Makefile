@@ -5,12 +5,15 @@ PORT ?= 8080
 BUILD_DIR := $(if $(filter sanitize,$(PRESET)),build-san,build)
 JOBS ?= $(shell nproc)
 
-.PHONY: all setup build run test unit e2e bench test-aarch64 clean
+.PHONY: all setup setup-test build run test unit e2e bench test-aarch64 clean
 
 all: build
 
 setup:
 	@scripts/setup.sh
+
+setup-test:
+	@scripts/setup.sh --test
 
 build: setup
 	@cmake --preset $(PRESET) >/dev/null
@@ -19,13 +22,13 @@ build: setup
 run: build
 	@PORT=$(PORT) scripts/run.sh $(BUILD_DIR)
 
-test: build
+test: setup-test build
 	@ctest --preset $(PRESET) --output-on-failure
 
 unit: build
 	@ctest --preset $(PRESET) --output-on-failure -L unit
 
-e2e: build
+e2e: setup-test build
 	@ctest --preset $(PRESET) --output-on-failure -L e2e
 
 # Not part of `make test`: starts the simulated camera and a do-nothing

@@ -50,9 +50,12 @@ done
 
 "$BUILD/e2e_tests" "$@"
 status=$?
-# The README's examples, last (some of them readdress the camera); only on a
-# whole run, not when a filter picks some tests.
+# The pages in a real browser, then the README's examples, last (some of
+# them readdress the camera); only on a whole run, not when a filter picks
+# some tests. The pages do not depend on the responder's architecture:
+# E2E_BROWSER=0 leaves the browser out (the emulated run does).
 if [ $# -eq 0 ]; then
+  [ "${E2E_BROWSER:-1}" = 0 ] || SCREENSHOTS=$BUILD/screenshots /usr/bin/python3 "$REPO/tests/browser/test_live.py" || status=1
   "$REPO/tests/doc/readme_examples.sh" "$port" || status=1
 fi
 [ "$status" -eq 0 ] || show_logs

@@ -266,8 +266,8 @@ chmod 1777 "$run/root/tmp"
 seed "$run/root/opt/params/print.conf" 'FASTCGI info\n'
 seed "$run/root/opt/ipnc/www/config/lighttpd.conf" \
   'server.document-root = "/opt/ipnc/www"\nserver.port = 80\n'
-seed "$run/root/opt/ipnc/www/index.html" \
-  '<!DOCTYPE html>\n<title>camera</title>\n<p>Simulated camera. The control API is at /cgi-bin/web.fcgi.</p>\n'
+# The camera's own pages, fresh from the tree at every start.
+cp -R "$repo/src/www/." "$run/root/opt/ipnc/www/"
 seed "$run/root/etc/resolv.conf" 'nameserver 192.168.1.1\n'
 seed "$run/root/etc/srs.conf" 'listen\t\t1935;\nmax_connections\t1000;\n'
 touch "$run/shell.log"

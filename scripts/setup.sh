@@ -1,18 +1,25 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the project builds, runs and tests with.
 # Idempotent: does nothing when everything is present.
-# Usage: scripts/setup.sh              the packages of make run and make test
+# Usage: scripts/setup.sh              the packages of make run
+#        scripts/setup.sh --test       those and the ones make test adds (the
+#                                      browser and its driver for the pages)
 #        scripts/setup.sh PACKAGE...   those packages instead (make bench asks
 #                                      for wrk, make test-aarch64 for the arm64
 #                                      tool chain; a name ending in ":arm64"
 #                                      adds that architecture to dpkg first)
 set -euo pipefail
 
+test_packages=()
+if [ "${1:-}" = --test ]; then
+  shift
+  test_packages=(chromium chromium-driver python3-selenium)
+fi
 packages=("$@")
 if [ ${#packages[@]} -eq 0 ]; then
   packages=(cmake g++ make pkg-config libfcgi-dev libfcgi-bin libcjson-dev
             lighttpd spawn-fcgi libgtest-dev iproute2 psmisc net-tools
-            libjpeg62-turbo-dev util-linux procps curl)
+            libjpeg62-turbo-dev util-linux procps curl "${test_packages[@]}")
 fi
 
 missing=()
