@@ -10,7 +10,27 @@
 #include <cstring>
 #include <string_view>
 
+#include "support/log.h"
+
 int g_print_level = 3;
+
+namespace {
+// Whether standard output and standard error are terminals: asked once each
+// (-1 until then).
+int g_terminal[3] = {-1, -1, -1};
+}  // namespace
+
+const char* tint(Tint t, int fd) {
+    static constexpr const char* kEscapes[] = {"\033[0;31m", "\033[1;31m", "\033[0;35m",
+                                               "\033[0;34m", "\033[0;36m", "\033[0m"};
+    if (fd < 1 || fd > 2) return "";
+    if (g_terminal[fd] < 0) g_terminal[fd] = isatty(fd) ? 1 : 0;
+    return g_terminal[fd] != 0 ? kEscapes[static_cast<int>(t)] : "";
+}
+
+void tint_force(int fd, int on) {
+    if (fd >= 1 && fd <= 2) g_terminal[fd] = on;
+}
 
 namespace {
 

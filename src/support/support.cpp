@@ -308,8 +308,9 @@ void process_info_print(const char* program_path) {
     const std::string version = std::string(kWebVersion) + "." + (build.empty() ? "1" : std::string(build));
     const int pid = static_cast<int>(::getpid());
     if (g_print_level >= 3) {
-        std::fprintf(stderr, "\033[0;31m%s\n\033[0m", name);
-        std::fprintf(stderr, "\033[0;35m%s %s\t%s\t%d\n\033[0m", __DATE__, __TIME__, version.c_str(), pid);
+        std::fprintf(stderr, "%s%s\n%s", tint(Tint::red), name, tint(Tint::end));
+        std::fprintf(stderr, "%s%s %s\t%s\t%d\n%s", tint(Tint::magenta), __DATE__, __TIME__, version.c_str(), pid,
+                     tint(Tint::end));
     }
     elog_output(ELOG_LVL_INFO, "NO_TAG", __FILE_NAME__, __func__, __LINE__, "%s\n", name);
     elog_output(ELOG_LVL_INFO, "NO_TAG", __FILE_NAME__, __func__, __LINE__, "%s %s\t%s\t%d\n", __DATE__,
@@ -361,7 +362,7 @@ int hex_print(const uint8_t* data, int count) {
     hex_layout(
         data, count,
         [&](uint8_t b) {
-            std::fprintf(stderr, "\033[0;34m%02x  \033[0m", b);
+            std::fprintf(stderr, "%s%02x  %s", tint(Tint::blue), b, tint(Tint::end));
             char cell[8];
             std::snprintf(cell, sizeof(cell), "%02x  ", b);
             row += cell;
@@ -377,7 +378,7 @@ int hex_print(const uint8_t* data, int count) {
 int hex_dump(const uint8_t* data, int count) {
     if (!data || count <= 0) return 0;
     hex_layout(
-        data, count, [](uint8_t b) { std::printf("\033[0;34m%02x  \033[0m", b); },
+        data, count, [](uint8_t b) { std::printf("%s%02x  %s", tint(Tint::blue, 1), b, tint(Tint::end, 1)); },
         [] { std::putchar('\n'); });
     std::fflush(stdout);
     return count;
@@ -386,8 +387,8 @@ int hex_dump(const uint8_t* data, int count) {
 void print_timestamp() {
     struct timeval tv {};
     ::gettimeofday(&tv, nullptr);
-    std::fprintf(stderr, "\033[1;31m[%d.%06d] \033[0m", static_cast<int>(tv.tv_sec),
-                 static_cast<int>(tv.tv_usec));
+    std::fprintf(stderr, "%s[%d.%06d] %s", tint(Tint::bold_red), static_cast<int>(tv.tv_sec),
+                 static_cast<int>(tv.tv_usec), tint(Tint::end));
 }
 
 int log_file_limit(const char* path) {

@@ -7,16 +7,18 @@
 #include <string>
 #include <string_view>
 
-#include "support/elog.h"
+#include "support/log.h"
 
 // Texts starting with `skip_prefix` (when not empty) are left out.
 template <typename Body>
 std::string debug_texts(Body&& body, std::string_view skip_prefix = {}) {
     const int saved = g_print_level;
     g_print_level = 4;
+    tint_force(2, 1);  // the debug texts are found by their colour
     testing::internal::CaptureStderr();
     body();
     const std::string err = testing::internal::GetCapturedStderr();
+    tint_force(2, -1);
     g_print_level = saved;
 
     constexpr std::string_view kCyan = "\033[0;36m";

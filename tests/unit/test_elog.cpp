@@ -23,18 +23,24 @@ void record_assert(const char* expr, const char*, size_t) { g_assert_expr = expr
 
 }  // namespace
 
+// Coloured on a terminal, plain in a file.
 TEST_F(ElogTest, ConsoleMacrosFollowThePrintLevel) {
+    tint_force(2, 1);
     testing::internal::CaptureStderr();
     LOG_DBG("hidden %d\n", 1);
     LOG_ERR("boom %d\n", 7);
     LOG_INFO("plain\n");
     const int err_line = __LINE__ - 2;
     std::string err = testing::internal::GetCapturedStderr();
+    tint_force(2, -1);
     EXPECT_EQ(err.find("hidden"), std::string::npos);
     EXPECT_NE(err.find("\033[0;31m[TestBody]-" + std::to_string(err_line) + ": \033[0mboom 7\n"), std::string::npos);
     EXPECT_NE(err.find("plain\n"), std::string::npos);
 
     auto lines = drain();
+    testing::internal::CaptureStderr();
+    LOG_ERR("boom\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[TestBody]-" + std::to_string(__LINE__ - 1) + ": boom\n");
     ASSERT_EQ(lines.size(), 2u);
     // warn lines carry level, time, process, function and line; info lines level, time, process
     EXPECT_EQ(lines[0].rfind("[W] [", 0), 0u) << lines[0];

@@ -14,6 +14,7 @@
 
 #include "support/elog.h"
 #include "scratch.h"
+#include "support/log.h"
 #include "support/support.h"
 
 namespace fs = std::filesystem;
@@ -195,9 +196,11 @@ TEST_F(SupportTest, HexPrintBreaksLinesAfterSixteenAndAtTheEnd) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 
     g_print_level = 4;
+    tint_force(2, 1);
     testing::internal::CaptureStderr();
     EXPECT_EQ(hex_print(bytes, 17), 17);
     const std::string err = testing::internal::GetCapturedStderr();
+    tint_force(2, -1);
     std::string expected;
     char buf[32];
     for (int i = 0; i < 17; ++i) {
