@@ -35,21 +35,35 @@ show_logs() {
 camera_fresh
 camera_start 20 || { show_logs; camera_finish 1; }
 
-started=0
-for _ in 1 2 3; do
-  port=$(free_port) || break
-  lighttpd_start "$port" && { started=1; break; }
-done
-[ "$started" -eq 1 ] || { echo "e2e: no web server" >&2; show_logs; camera_finish 1; }
-export WEB_HTTP_PORT=$port
-# The same camera behind the web server with its access block switched on.
-for _ in 1 2 3; do
-  auth_port=$(free_port) || break
-  lighttpd_start "$auth_port" auth && { export WEB_AUTH_PORT=$auth_port; break; }
-done
+# web_up VAR SERVER [VARIANT]: a web server on a free port, the port in VAR.
+web_up() {
+  local p
+  for _ in 1 2 3; do
+    p=$(free_port) || break
+    web_start "$p" "${3:-}" "$2" && { printf -v "$1" %s "$p"; export "${1?}"; return 0; }
+  done
+  echo "e2e: no $2 ${3:-} web server" >&2
+  return 1
+}
+web_up WEB_HTTP_PORT lighttpd || { show_logs; camera_finish 1; }
+port=$WEB_HTTP_PORT
+# The same camera behind the web server with its access blocks switched on,
+# and behind nginx, with and without.
+web_up WEB_AUTH_PORT lighttpd auth
+web_up WEB_DIGEST_PORT lighttpd digest
+nginx_port= nginx_auth_port=
+command -v nginx >/dev/null && web_up nginx_port nginx && web_up nginx_auth_port nginx auth
 
 "$BUILD/e2e_tests" "$@"
 status=$?
+# What depends on the web server, once more with nginx in front.
+if [ -n "$nginx_port" ]; then
+  WEB_HTTP_PORT=$nginx_port WEB_AUTH_PORT=$nginx_auth_port WEB_DIGEST_PORT= WEB_SERVER_NAME=nginx \
+    "$BUILD/e2e_tests" --gtest_filter='Rewrite*:WebServer*' "$@" || status=1
+else
+  echo "e2e: nginx is not installed; its form is not tested" >&2
+  status=1
+fi
 # The pages in a real browser, then the README's examples, last (some of
 # them readdress the camera); only on a whole run, not when a filter picks
 # some tests. The pages do not depend on the responder's architecture:

@@ -12,7 +12,9 @@
 # Usage: scripts/sandbox.sh BUILD_DIR
 #   CAMERA_RUN_DIR  state directory (default: <repo>/run). Visible from the host:
 #     root/{opt,tmp,mnt,etc}  what the camera sees as /opt, /tmp, /mnt, /etc
-#     web.sock                the responder's FastCGI socket (mode 0600)
+#     web.sock                the responder's FastCGI socket (mode 0600; run as
+#                             root, it belongs to www-data, the web servers'
+#                             account, as on the camera)
 #     shell.log               journal of the firmware stand-ins
 #     board/ndi               the encoder board's export (mounted at /mnt/fpga)
 #     ambad.img               the register device (sparse, 4 GiB)
@@ -180,7 +182,8 @@ inside() {
   (
     trap - TERM INT HUP
     while :; do
-      "${confine[@]}" spawn-fcgi -n -s "$run/web.sock" -M 0600 -- "$build/web" >>"$run/web.log" 2>&1 &
+      "${confine[@]}" spawn-fcgi -n -s "$run/web.sock" -M 0600 ${SOCKET_USER:+-U "$SOCKET_USER" -G "$SOCKET_USER"} \
+        -- "$build/web" >>"$run/web.log" 2>&1 &
       echo $! >"$run/web.pid"
       wait $!
       echo "sandbox: responder ended ($?), restarting" >>"$run/web.log"
@@ -330,6 +333,10 @@ for p in "${FIRMWARE_STANDINS[@]}"; do standin "$run/root$p"; done
 
 flags=(--ipc --net --mount --pid --fork --mount-proc --kill-child=SIGKILL)
 [ "$(id -u)" -eq 0 ] || flags+=(--user --map-root-user)
+# SOCKET_USER (from the caller): the account the socket is made for, the one
+# the web servers run as; unset, the sandbox's own.
+[ "$(id -u)" -eq 0 ] || SOCKET_USER=
+export SOCKET_USER=${SOCKET_USER:-}
 rm -f "$run/sandbox.ready"
 unshare "${flags[@]}" -- bash "$repo/scripts/sandbox.sh" --inside "$build" "$run" &
 upid=$!

@@ -13,7 +13,7 @@ set -euo pipefail
 test_packages=()
 if [ "${1:-}" = --test ]; then
   shift
-  test_packages=(chromium chromium-driver python3-selenium)
+  test_packages=(chromium chromium-driver python3-selenium nginx openssl)
 fi
 packages=("$@")
 if [ ${#packages[@]} -eq 0 ]; then
@@ -44,8 +44,16 @@ fi
 for a in "${foreign[@]}"; do dpkg --add-architecture "$a"; done
 echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
+# The web servers' packages would start their own service on the host's
+# port 80: the Debian switch that keeps a package from starting any, for the
+# time of the install (only when no such switch is in place already).
+policy=/usr/sbin/policy-rc.d
+if [ ! -e "$policy" ]; then
+  printf '#!/bin/sh\nexit 101\n' >"$policy" && chmod 0755 "$policy"
+  trap 'rm -f "$policy"' EXIT
+fi
 apt-get update -qq
 apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-# The project starts its own web server on its own port; whatever the
-# package set up on the host is left alone.
+# The project starts its own web servers on ports of its own; what the
+# packages set up on the host is left alone, and not started.
 exit 0
