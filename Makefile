@@ -2,6 +2,8 @@
 # front; `make test` runs the whole suite. Both install what is missing first.
 PRESET ?= default
 PORT ?= 8080
+CAMERAS ?= 1
+SERVER ?= lighttpd
 BUILD_DIR := $(if $(filter sanitize,$(PRESET)),build-san,build)
 JOBS ?= $(shell nproc)
 
@@ -19,8 +21,14 @@ build: setup
 	@cmake --preset $(PRESET) >/dev/null
 	@cmake --build --preset $(PRESET) -j $(JOBS)
 
-run: build
-	@PORT=$(PORT) scripts/run.sh $(BUILD_DIR)
+# Running the camera needs the responder and the simulators only.
+RUN_TARGETS := web logcollector syssim camsim
+
+run: setup
+	@$(if $(filter nginx,$(SERVER)),scripts/setup.sh nginx openssl,true)
+	@cmake --preset $(PRESET) >/dev/null
+	@cmake --build --preset $(PRESET) -j $(JOBS) --target $(RUN_TARGETS)
+	@PORT=$(PORT) CAMERAS=$(CAMERAS) SERVER=$(SERVER) scripts/run.sh $(BUILD_DIR)
 
 test: setup-test build
 	@ctest --preset $(PRESET) --output-on-failure

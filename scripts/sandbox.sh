@@ -22,6 +22,8 @@
 #     <sim>.out               output of the simulators
 #     sandbox.ready           exists while the sandbox serves
 #     sandbox.pid             host id of the sandbox's first process
+#     web.restarts            how often the responder ended and was started
+#                             again (absent: never)
 # SIGTERM or SIGINT stops the sandbox and everything in it.
 set -uo pipefail
 
@@ -31,12 +33,17 @@ set -uo pipefail
 
 say() { echo "sandbox: $*" >&2; }
 
-# Fixed identity of the simulated camera's network port.
-readonly CAM_ADDR=192.168.1.100/24
+# Identity of the simulated camera's network port: camera n of several
+# (CAMERA_INDEX, default 1) is 192.168.1.(98 + 2n), with a MAC of its own
+# (never .101, the encoder board's address).
+CAMERA_INDEX=${CAMERA_INDEX:-1}
+export CAMERA_INDEX
+readonly CAM_ADDR=192.168.1.$((98 + 2 * CAMERA_INDEX))/24
 readonly LAN_ADDR=192.168.1.1/24
 readonly GATEWAY=192.168.1.1
-readonly CAM_MAC=02:00:c0:a8:01:64
+readonly CAM_MAC=$(printf '02:00:c0:a8:01:%02x' $((98 + 2 * CAMERA_INDEX)))
 readonly LAN_MAC=02:00:c0:a8:01:01
+readonly CAM_NAME=PTZ-4K$CAMERA_INDEX
 
 # Firmware programs that would act on the host or need hardware: found on the
 # PATH, or at their absolute camera paths.
@@ -187,6 +194,8 @@ inside() {
       echo $! >"$run/web.pid"
       wait $!
       echo "sandbox: responder ended ($?), restarting" >>"$run/web.log"
+      # Counted, so that a crash hidden by the restart is still seen.
+      echo $(($(cat "$run/web.restarts" 2>/dev/null || echo 0) + 1)) >"$run/web.restarts"
       sleep 0.2
     done
   ) 2>>"$run/web.log" &
@@ -298,36 +307,13 @@ exit 0
 EOF
 [ -e "$run/ambad.img" ] || truncate -s 4G "$run/ambad.img"
 mkdir -p "$run/board/ndi"
-[ -e "$run/board/ndi/ndi_config.json" ] || cat >"$run/board/ndi/ndi_config.json" <<'EOF'
-{
-	"ndi":	{
-		"enable":	1,
-		"format":	"1920X1080P@60Hz",
-		"machinename":	"PTZ-4K1",
-		"channel name":	"main",
-		"groups":	{
-			"send":	"public"
-		},
-		"codec":	{
-			"shq":	{
-				"quality":	100
-			}
-		},
-		"multicast":	{
-			"send":	{
-				"enable":	false,
-				"netprefix":	"239.255.0.0",
-				"netmask":	"255.255.0.0",
-				"ttl":	1
-			}
-		}
-	}
-}
-EOF
+# The board's configuration as it leaves the factory (its device name is the camera's).
+[ -e "$run/board/ndi/ndi_config.json" ] ||
+  sed "s/PTZ-4K1/$CAM_NAME/" "$repo/sim/fixtures/ndi_config.json" >"$run/board/ndi/ndi_config.json"
 # The card reader's status as the storage service leaves it: a card is in.
 seed "$run/root/tmp/sd.status" '1\n'
 seed "$run/root/tmp/sddev" 'mmcblk0p1\n'
-seed "$run/root/opt/params/camera.ini" '[camera]\nname=PTZ-4K1\n'
+seed "$run/root/opt/params/camera.ini" "[camera]\\nname=$CAM_NAME\\n"
 mkdir -p "$run/root/opt/ipnc/www"
 for p in "${FIRMWARE_STANDINS[@]}"; do standin "$run/root$p"; done
 

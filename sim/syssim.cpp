@@ -41,7 +41,7 @@ uint32_t ipv4(const char* dotted) {
 template <size_t N>
 void put_text(char (&field)[N], const char* text) {
     std::memset(field, 0, N);
-    std::strncpy(field, text, N - 1);
+    std::memcpy(field, text, std::min(std::strlen(text), N - 1));
 }
 
 // ---- factory defaults -----------------------------------------------------
@@ -78,9 +78,11 @@ void factory_info(SysInfo& si) {
     si.audio.hdmiAudEn = 1;
     si.audio.ndiAudEn = 1;
 
-    si.ip = ipv4("192.168.1.100");
-    static constexpr uint8_t kMac[6] = {0x00, 0x1e, 0xc0, 0x12, 0x34, 0x56};
-    std::memcpy(si.mac, kMac, sizeof kMac);
+    // Camera n of several: 192.168.1.(98 + 2n), its MAC, serial and name end in n.
+    const int n = sim::camera_index();
+    si.ip = ipv4(("192.168.1." + std::to_string(98 + 2 * n)).c_str());
+    const uint8_t mac[6] = {0x00, 0x1e, 0xc0, 0x12, 0x34, static_cast<uint8_t>(0x55 + n)};
+    std::memcpy(si.mac, mac, sizeof mac);
     si.netmask = ipv4("255.255.255.0");
     si.gateway = ipv4("192.168.1.1");
     si.dns = ipv4("192.168.1.1");
@@ -95,9 +97,10 @@ void factory_info(SysInfo& si) {
     si.dhcp = 0;
     si.ssdp = 1;
 
-    put_text(si.device_name, "PTZ-4K1");
+    const std::string name = "PTZ-4K" + std::to_string(n);
+    put_text(si.device_name, name.c_str());
     put_text(si.model, "PTZ-4K1");
-    put_text(si.serial_number, "PTZ4K1000001");
+    put_text(si.serial_number, ("PTZ4K1" + std::string(n < 10 ? "00000" : "0000") + std::to_string(n)).c_str());
     put_text(si.user, "admin");
     put_text(si.password, "admin");
     si.userWord = 0;

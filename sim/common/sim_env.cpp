@@ -35,6 +35,12 @@ const std::string& run_dir() {
     return dir;
 }
 
+int camera_index() {
+    const char* env = std::getenv("CAMERA_INDEX");
+    const int n = env != nullptr ? std::atoi(env) : 1;
+    return n >= 1 && n <= 78 ? n : 1;
+}
+
 std::string run_path(std::string_view name) {
     std::string p = run_dir();
     if (!p.empty() && p.back() != '/') p += '/';

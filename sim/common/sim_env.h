@@ -14,6 +14,9 @@ namespace sim {
 
 // CAMERA_RUN_DIR, or "." when unset.
 const std::string& run_dir();
+// Which of several simulated cameras this is (CAMERA_INDEX, 1 to 78;
+// default 1): the cameras differ in address, MAC, serial number and name.
+int camera_index();
 std::string run_path(std::string_view name);
 
 // Append-only line journal; every line is flushed at once so that a test
