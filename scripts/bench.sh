@@ -143,6 +143,12 @@ memory="| Responder | Private_Dirty kB |
 | product (web) | $(private_dirty "$wpid") |
 | floor | $(private_dirty "$fpid") |"
 
+# The responder's size, read off the binaries (the size preset's when
+# `make test-aarch64` has built it).
+size="Stripped responder: $(stat -c %s "$BUILD/web.stripped" 2>/dev/null || echo "?") bytes ($(uname -m), this build)"
+[ -e "$REPO/build-aarch64-size/web.stripped" ] &&
+  size+="; $(stat -c %s "$REPO/build-aarch64-size/web.stripped") bytes (aarch64 size preset)"
+
 timing="Full image read alone: $(awk -v t="$at_once" 'BEGIN {printf "%.1f", t * 1000}') ms with the camera answering at once, $(awk -v t="$late" 'BEGIN {printf "%.0f", t * 1000}') ms with every reply 20 ms late."
 
 machine="$(uname -m), $(nproc) CPUs, $(awk -F': ' '/model name/ {print $2; exit}' /proc/cpuinfo)"
@@ -157,6 +163,8 @@ $table
 $memory
 
 $timing
+
+$size.
 "
 echo "$report"
 {

@@ -20,7 +20,6 @@ ctest --preset aarch64 -L unit
 # The product alone, as the camera gets it: its stripped size.
 cmake --preset aarch64-size >/dev/null
 cmake --build --preset aarch64-size -j "$(nproc)" >/dev/null
-aarch64-linux-gnu-strip -o build-aarch64-size/web.stripped build-aarch64-size/web
 echo "test-aarch64: stripped size-preset responder: $(stat -c %s build-aarch64-size/web.stripped) bytes"
 
 # The ELF header of an aarch64 executable, and which of its bytes count.
