@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "support/log.h"
 #include "support/support.h"
@@ -31,6 +32,10 @@ namespace {
 const char* g_resolv_conf = "/etc/resolv.conf";  // tests point it elsewhere
 constexpr const char* kRouteFile = "/proc/net/route";
 constexpr const char* kDevFile = "/proc/net/dev";
+// Where the kernel's files are read from: the root, or a directory a test or
+// a fuzzing run lays them out in.
+std::string g_root;
+std::string rooted(const char* path) { return g_root + path; }
 
 // An owned descriptor.
 class Fd {
@@ -48,7 +53,7 @@ private:
     int fd_;
 };
 
-FilePtr open_file(const char* path, const char* mode) { return FilePtr(std::fopen(path, mode)); }
+FilePtr open_file(const std::string& path, const char* mode) { return FilePtr(std::fopen(path.c_str(), mode)); }
 
 ifreq make_ifreq(const char* ifname) {
     ifreq ifr{};
@@ -240,7 +245,7 @@ int net_del_gateway(uint32_t gateway) {
 }
 
 int net_set_gateway(uint32_t gateway) {
-    FilePtr f = open_file(kRouteFile, "r");
+    FilePtr f = open_file(rooted(kRouteFile), "r");
     if (!f) {
         LOG_ERR("/proc/net/route");
         LOG_DBG("INET (IPv4) not configured in this system.\n");
@@ -263,7 +268,7 @@ int net_set_gateway(uint32_t gateway) {
 }
 
 uint32_t net_get_gateway() {
-    FilePtr f = open_file(kRouteFile, "r");
+    FilePtr f = open_file(rooted(kRouteFile), "r");
     if (!f) {
         LOG_ERR("%s INET (IPv4) not configured in this system.\n", kRouteFile);
         return 0;
@@ -335,7 +340,7 @@ int net_set_mac(const char* mac_text) {
 int Check_Link_status(const char* ifname) {
     char path[128];
     std::snprintf(path, sizeof path, "/sys/class/net/%s/carrier", ifname);
-    int fd = open(path, O_RDONLY);
+    int fd = open(rooted(path).c_str(), O_RDONLY);
     // The open is tested against 0: a failed open shows up as a read failure.
     if (fd == 0) {
         LOG_ERR("open device  %s error !!\n", path);
@@ -352,7 +357,7 @@ int Check_Link_status(const char* ifname) {
 }
 
 int net_any_link_up() {
-    FilePtr f = open_file(kDevFile, "r");
+    FilePtr f = open_file(rooted(kDevFile), "r");
     if (!f) return -1;
     char line[512];
     int up = 0;
@@ -483,6 +488,7 @@ int net_ping(const char* addr_text, int timeout) {
 }
 
 void net_set_resolv_path(const char* path) { g_resolv_conf = path != nullptr ? path : "/etc/resolv.conf"; }
+void net_set_file_root(const char* dir) { g_root = dir != nullptr ? dir : ""; }
 
 std::string net_dotted(uint32_t addr) {
     in_addr a{};

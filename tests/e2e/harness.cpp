@@ -3,6 +3,8 @@
 // of the simulated camera are read as files.
 #include "e2e/harness.h"
 
+#include <signal.h>
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -208,3 +210,8 @@ void fault_set(const std::string& file, const std::string& text) {
 }
 
 }  // namespace e2e
+
+int e2e::end_responder_on_purpose(int pid, int signal) {
+    std::ofstream(run_path("restarts.expected"), std::ios::app) << pid << " " << signal << "\n";
+    return kill(pid, signal);
+}

@@ -72,6 +72,11 @@ private:
 // and the mark moved on.
 std::vector<std::string> visca_until_sentinel(Journal& visca);
 
+// Ends the responder with `signal` on purpose, and says so: the suite fails
+// when the responder was restarted more often than the tests ended it
+// (run/restarts.expected gets a line per end). 0 or the error of kill().
+int end_responder_on_purpose(int pid, int signal);
+
 // Fault switches of the simulators: writes `text` to run/<file> (for example
 // fault_set("camsim.ctl", "silent")); an empty text clears the switches.
 void fault_set(const std::string& file, const std::string& text);

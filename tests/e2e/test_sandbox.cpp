@@ -154,7 +154,7 @@ TEST(Sandbox, StandInsJournalTheirCalls) {
 TEST(Sandbox, ResponderIsRestartedAfterItDies) {
     const pid_t first = responder_pid();
     ASSERT_GT(first, 0);
-    ASSERT_EQ(kill(first, SIGKILL), 0);
+    ASSERT_EQ(end_responder_on_purpose(first, SIGKILL), 0);
     const pid_t second = wait_responder(first, 10000);
     ASSERT_GT(second, 0) << "no new responder";
     // The harness retries while the socket is being re-created.
@@ -214,7 +214,7 @@ TEST(SandboxFaults, SigtermEndsAWaitingRequestPromptly) {
         std::thread request([] { get(R"(func=set{"audio":{"volume":7}})"); });
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         const auto start = std::chrono::steady_clock::now();
-        ASSERT_EQ(kill(first, SIGTERM), 0);
+        ASSERT_EQ(end_responder_on_purpose(first, SIGTERM), 0);
         for (took = 0; took < 5000 && kill(first, 0) == 0; took = elapsed_ms(start))
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         request.join();
