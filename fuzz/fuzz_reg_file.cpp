@@ -5,10 +5,12 @@
 // is the request's JSON text. Checks: every register a write answered holds,
 // in the device file at its address, the value the answer reports.
 #include <fcntl.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <string>
 
 #include "cgi/output.h"
@@ -57,18 +59,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         reply = capture.text();
     }
     if (!set) return 0;
-    // Each register member answered with a value: the device holds it there.
+    // Each register a "reg" member answered with a value: the device holds,
+    // at its address, the value of the last answer for it (a request may
+    // name a register, and the section, more than once).
     const size_t body = reply.find('{');
     JsonTree answer(body == std::string::npos ? nullptr : cJSON_Parse(reply.c_str() + body));
-    const cJSON* reg = cJSON_GetObjectItem(answer.get(), "reg");
-    for (const cJSON* m = cJSON_IsObject(reg) ? reg->child : nullptr; m != nullptr; m = m->next) {
-        if (!cJSON_IsString(m)) continue;
-        const char* key = m->string;
-        const bool hex = key[0] == '0' && (key[1] == 'x' || key[1] == 'X');
-        const unsigned long long address = std::strtoull(hex ? key + 2 : key, nullptr, hex ? 16 : 10);
-        if (address % 4 != 0 || address > 0xFFFFFFFCull) __builtin_trap();  // an answer for a word it may not reach
-        if (std::strtoul(m->valuestring + 2, nullptr, 16) != stored(static_cast<uint32_t>(address))) __builtin_trap();
+    std::map<unsigned long long, unsigned long> last;
+    for (const cJSON* section = answer ? answer->child : nullptr; section != nullptr; section = section->next) {
+        if (strcasecmp(section->string, "reg") != 0 || !cJSON_IsObject(section)) continue;
+        for (const cJSON* m = section->child; m != nullptr; m = m->next) {
+            if (!cJSON_IsString(m)) continue;
+            const char* key = m->string;
+            const bool hex = key[0] == '0' && (key[1] == 'x' || key[1] == 'X');
+            const unsigned long long address = std::strtoull(hex ? key + 2 : key, nullptr, hex ? 16 : 10);
+            if (address % 4 != 0 || address > 0xFFFFFFFCull) __builtin_trap();  // a word it may not reach
+            last[address] = std::strtoul(m->valuestring + 2, nullptr, 16);
+        }
     }
+    for (const auto& [address, value] : last)
+        if (value != stored(static_cast<uint32_t>(address))) __builtin_trap();
     return 0;
 }
 
