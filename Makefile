@@ -7,7 +7,7 @@ SERVER ?= lighttpd
 BUILD_DIR := $(if $(filter sanitize,$(PRESET)),build-san,build)
 JOBS ?= $(shell nproc)
 
-.PHONY: all setup setup-test build run test unit e2e bench test-aarch64 clean
+.PHONY: all setup setup-test build run test unit e2e bench soak test-aarch64 clean
 
 all: build
 
@@ -43,6 +43,11 @@ e2e: setup-test build
 # responder, drives both with wrk and writes bench/RESULTS.md.
 bench: build
 	@scripts/bench.sh $(BUILD_DIR)
+
+# Not part of `make test`: a million mixed requests with faults on the way;
+# the figures go to bench/RESULTS.md. SOAK=N for another count.
+soak: build
+	@scripts/soak.sh $(BUILD_DIR) $(SOAK)
 
 # The AArch64 build: cross-built, its unit tests under qemu-user, its
 # end-to-end tests under a private binfmt_misc (scripts/test-aarch64.sh).

@@ -91,17 +91,6 @@ measure() {
 to_ms() {  # wrk prints 1.23ms, 456.00us, 1.20s
   awk -v v="$1" 'BEGIN { n = v + 0; if (v ~ /us$/) n /= 1000; else if (v ~ /s$/ && v !~ /ms$/) n *= 1000; printf "%.3f", n }'
 }
-private_dirty() {  # kB of the process's private dirty pages
-  awk '/^Private_Dirty/ {s += $2} END {print s + 0}' "/proc/$1/smaps_rollup" 2>/dev/null
-}
-web_pid() {  # the product responder, by its name, in this run's sandbox
-  local pid p
-  for p in $(pgrep -x web); do
-    [ "$(readlink "/proc/$p/ns/pid")" = "$(readlink "/proc/$(cat "$CAMERA_RUN_DIR/sandbox.pid")/ns/pid")" ] && pid=$p
-  done
-  echo "${pid:-}"
-}
-
 table="| Request | Clients | Product req/s | Median ms | 99% ms | Floor req/s | Floor median ms | Ratio to floor |
 |---|---|---|---|---|---|---|---|"
 for entry in "${CLASSES[@]}"; do

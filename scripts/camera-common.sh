@@ -186,6 +186,19 @@ web_start() {
 }
 lighttpd_start() { web_start "$1" "${2:-}" lighttpd; }
 
+# kB of a process's private dirty pages.
+private_dirty() {
+  awk '/^Private_Dirty/ {s += $2} END {print s + 0}' "/proc/$1/smaps_rollup" 2>/dev/null
+}
+# The host's id of the product responder in this run's sandbox.
+web_pid() {
+  local pid p
+  for p in $(pgrep -x web); do
+    [ "$(readlink "/proc/$p/ns/pid")" = "$(readlink "/proc/$(cat "$CAMERA_RUN_DIR/sandbox.pid")/ns/pid")" ] && pid=$p
+  done
+  echo "${pid:-}"
+}
+
 # A free port from a high range, tried in a random order.
 free_port() {
   local i p
