@@ -37,13 +37,15 @@ const std::string& root() {
         std::string d = std::filesystem::current_path().string() + "/fuzz-net-" + std::to_string(getpid());
         std::filesystem::create_directories(d + "/proc/net");
         std::filesystem::create_directories(d + "/sys/class/net/eth0");
-        std::atexit([] {
-            std::error_code ignored;
-            std::filesystem::remove_all(root(), ignored);
-        });
         net_set_file_root(d.c_str());
         return d;
     }();
+    // Registered once the name exists, so that it is removed before the name is.
+    static const bool cleanup = std::atexit([] {
+        std::error_code ignored;
+        std::filesystem::remove_all(root(), ignored);
+    }) == 0;
+    (void)cleanup;
     return dir;
 }
 

@@ -27,9 +27,11 @@ const std::string& device() {
         const int fd = open(p.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
         if (fd < 0 || ftruncate(fd, off_t{1} << 32) != 0) __builtin_trap();
         close(fd);
-        std::atexit([] { std::remove(device().c_str()); });
         return p;
     }();
+    // Registered once the name exists, so that it is removed before the name is.
+    static const bool cleanup = std::atexit([] { std::remove(device().c_str()); }) == 0;
+    (void)cleanup;
     return path;
 }
 
