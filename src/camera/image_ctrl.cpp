@@ -241,7 +241,6 @@ const visca::Format* format_by_code(int code) {
 
 // ---- snapshot ------------------------------------------------------------------------
 constexpr const char* kSnapFile = "/tmp/snap.jpg";
-constexpr uint32_t kSnapshotCmd = 41;
 constexpr int kSnapPolls = 30;  // 100 ms apart: at most 3 s
 constexpr size_t kSnapNameMax = 63;
 
@@ -587,7 +586,7 @@ int image_snapshot(int mode, const char* name, int width, int height, int flag) 
     unlink(kSnapFile);
     uint8_t payload[4] = {static_cast<uint8_t>(mode), static_cast<uint8_t>(flag),
                           static_cast<uint8_t>(width / 16), static_cast<uint8_t>(height / 16)};
-    if (sys_send(kSnapshotCmd, payload, sizeof payload) < 0) {
+    if (sys_send_block<SysCmd::snapshot>(payload) < 0) {
         LOG_ERR("snapshot request failed\n");
         return -1;
     }

@@ -21,7 +21,6 @@ namespace {
 
 constexpr const char* kLogoPath = "/opt/params/logo.jpg";
 constexpr const char* kSnapPath = "/tmp/snap.jpg";
-constexpr unsigned kSnapshotCmd = 41;
 constexpr int kSnapWaitTries = 30;   // 100 ms apart
 constexpr int kInUseWaitTries = 20;  // 500 ms apart
 
@@ -113,7 +112,7 @@ int device_preview() {
     pox_system("rm /tmp/snap.jpg 1>/dev/null 2>/dev/null");
 
     unsigned char request[4] = {0x68, 0x01, 0x40, 0x41};
-    if (sys_command(kSnapshotCmd, request, sizeof request, nullptr) < 0) {
+    if (sys_send_block<SysCmd::snapshot>(request) < 0) {
         LOG_ERR("snapshot request failed\n");
         return 0;
     }

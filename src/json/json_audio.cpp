@@ -11,10 +11,6 @@
 
 namespace {
 
-constexpr uint32_t kCmdAudioBlock = 57;
-constexpr uint32_t kCmdVolume = 58;
-constexpr uint32_t kCmdHdmiAudio = 59;
-constexpr uint32_t kCmdNdiAudio = 60;
 
 constexpr int kCodecAac = 5;
 constexpr int kCodecOpus = 6;
@@ -30,9 +26,9 @@ constexpr WordCode kCodecs[] = {{"G711A", 0}, {"G711U", 1}, {"ADPCMA", 2}, {"G72
 // Volume, HDMI audio and NDI audio are not part of the block's command: they
 // are kept aside (absent as -1) for commands of their own, in this order.
 struct Aside {
-    uint32_t command;
+    SysCmd command;
 };
-constexpr std::array<Aside, 3> kAside{{{kCmdVolume}, {kCmdHdmiAudio}, {kCmdNdiAudio}}};
+constexpr std::array<Aside, 3> kAside{{{SysCmd::volume}, {SysCmd::hdmi_audio}, {SysCmd::ndi_audio}}};
 using AsideValues = std::array<int32_t, kAside.size()>;
 
 bool keep_aside(const Field& row, FieldWrite& ctx, const cJSON* item, int) {
@@ -86,7 +82,8 @@ constexpr auto kFields = std::to_array<Field>({
         .read_only(),
 });
 
-constexpr SettingsBlock kBlock{kFields, offsetof(SysInfo, audio), sizeof(AudioParams), kCmdAudioBlock};
+constexpr SettingsBlock kBlock{kFields, offsetof(SysInfo, audio), sizeof(AudioParams), SysCmd::audio};
+static_assert(settings_block_ok(kBlock));
 
 }  // namespace
 
@@ -105,7 +102,7 @@ int json_audio_set_ctrl(cJSON* member, cJSON* reply) {
     int result = block_write(kBlock, member, ctx, {.all_or_nothing = false, .only_changed = true});
     for (size_t i = 0; i < kAside.size(); ++i) {
         if (aside[i] == -1) continue;
-        if (sys_send_number(kAside[i].command, static_cast<uint32_t>(aside[i]), 4) != 0) result = -1;
+        if (sys_send_number(kAside[i].command, static_cast<uint32_t>(aside[i])) != 0) result = -1;
     }
     if (result != 0) {
         json_answer_false(reply, member->string);

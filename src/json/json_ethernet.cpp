@@ -26,8 +26,7 @@ namespace {
 
 constexpr const char* kIf = "eth0";
 constexpr size_t kMacTextMax = 20;
-constexpr int kMacPayload = 18;  // "xx:xx:xx:xx:xx:xx" and its zero
-constexpr uint32_t kCmdMac = 1;
+constexpr int kMacPayload = sys_cmd_width(SysCmd::mac);  // "xx:xx:xx:xx:xx:xx" and its zero
 
 // ---- reading ------------------------------------------------------------------------
 
@@ -83,32 +82,31 @@ constexpr auto kFields = std::to_array<Field>({
 // Which step of a write sends a command.
 enum class Step : uint8_t { dhcp, address, port };
 
-// A command that carries a setting's new value, as `width` little-endian
-// bytes; the four server ports must be free first, and the name server goes
-// into the resolver's file first.
+// A command that carries a setting's new value, as little-endian bytes (as
+// many as the command's width); the four server ports must be free first,
+// and the name server goes into the resolver's file first.
 struct Command {
     std::string_view key;
-    uint32_t command;
-    int width;
+    SysCmd command;
     Step step;
     bool must_be_free = false;
     bool resolver = false;
 };
 constexpr std::array<Command, 14> kCommands{{
-    {"dhcp", 5, 4, Step::dhcp},
-    {"ip", 0, 4, Step::address},
-    {"netmask", 3, 4, Step::address},
-    {"gateway", 2, 4, Step::address},
-    {"dns", 4, 4, Step::address, false, true},
-    {"httpPort", 10, 2, Step::port, true},
-    {"webPort", 8, 2, Step::port, true},
-    {"rtspPort", 6, 2, Step::port, true},
-    {"rtsp encrypt", 7, 4, Step::port},
-    {"rtmpPort", 9, 2, Step::port, true},
-    {"viscaPort", 11, 2, Step::port},
-    {"onvifPort", 12, 2, Step::port},
-    {"controlHubPort", 13, 2, Step::port},
-    {"ssdp", 14, 4, Step::port},
+    {"dhcp", SysCmd::dhcp, Step::dhcp},
+    {"ip", SysCmd::ip, Step::address},
+    {"netmask", SysCmd::netmask, Step::address},
+    {"gateway", SysCmd::gateway, Step::address},
+    {"dns", SysCmd::dns, Step::address, false, true},
+    {"httpPort", SysCmd::http_port, Step::port, true},
+    {"webPort", SysCmd::web_port, Step::port, true},
+    {"rtspPort", SysCmd::rtsp_port, Step::port, true},
+    {"rtsp encrypt", SysCmd::rtsp_encrypt, Step::port},
+    {"rtmpPort", SysCmd::rtmp_port, Step::port, true},
+    {"viscaPort", SysCmd::visca_port, Step::port},
+    {"onvifPort", SysCmd::onvif_port, Step::port},
+    {"controlHubPort", SysCmd::control_hub_port, Step::port},
+    {"ssdp", SysCmd::ssdp, Step::port},
 }};
 
 // Sends, in table order, the commands of `step` whose value differs from
@@ -121,7 +119,7 @@ bool send_changed(Step step, const SysInfo& w, const SysInfo& now) {
         if (to == field_number(row, reinterpret_cast<const uint8_t*>(&now))) continue;
         if (c.must_be_free && net_check_port(static_cast<unsigned short>(to)) != 0) return false;
         if (c.resolver && net_set_dns1(net_dotted(to).c_str()) != 0) return false;
-        if (sys_send_number(c.command, to, c.width) != 0) return false;
+        if (sys_send_number(c.command, to) != 0) return false;
     }
     return true;
 }
@@ -189,7 +187,7 @@ bool apply(const SysInfo& w, const SysInfo& now, const Pending& pending) {
     if (!pending.mac.empty() && pending.mac != mac_text(now.mac)) {
         std::array<char, kMacPayload> text{};
         std::memcpy(text.data(), pending.mac.data(), std::min(pending.mac.size(), text.size() - 1));
-        if (sys_send(kCmdMac, text.data(), kMacPayload) != 0) return false;
+        if (sys_send_block<SysCmd::mac>(text) != 0) return false;
     }
     return send_changed(Step::port, w, now);
 }

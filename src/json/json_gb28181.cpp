@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr uint32_t kCmdGb28181 = 30;
-constexpr uint32_t kCmdFreed = 31;
 
 // ---- GB28181 ---------------------------------------------------------------------------
 
@@ -34,7 +32,8 @@ constexpr auto kGbFields = std::to_array<Field>({
     field("max heartbeat timeout", FieldForm::i32, offsetof(Gb, maxHeartbeatTimeout)).exact(),
 });
 
-constexpr SettingsBlock kGbBlock{kGbFields, offsetof(SysInfo, gb28181), sizeof(Gb), kCmdGb28181};
+constexpr SettingsBlock kGbBlock{kGbFields, offsetof(SysInfo, gb28181), sizeof(Gb), SysCmd::gb28181};
+static_assert(settings_block_ok(kGbBlock));
 
 // ---- FreeD -------------------------------------------------------------------------------
 
@@ -118,7 +117,8 @@ constexpr auto kFreedFields = std::to_array<Field>({
         .shown_when(by_interval),
 });
 
-constexpr SettingsBlock kFreedBlock{kFreedFields, offsetof(SysInfo, freed), sizeof(Freed), kCmdFreed};
+constexpr SettingsBlock kFreedBlock{kFreedFields, offsetof(SysInfo, freed), sizeof(Freed), SysCmd::freed};
+static_assert(settings_block_ok(kFreedBlock));
 
 // ---- the handlers -------------------------------------------------------------------------
 

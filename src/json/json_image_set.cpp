@@ -72,14 +72,12 @@ int set_wb_mode(const char* mode) {
 
 // ---- settings kept by the system server ------------------------------------------------
 
-constexpr uint32_t kCmdVideoOutput = 47;
-constexpr uint32_t kCmdDigitalZoom = 49;
 constexpr int32_t kDigitalZoomFull = 1024;
 
-int send_to_system(uint32_t command, int32_t value) { return sys_send_number(command, static_cast<uint32_t>(value), 4); }
+int send_to_system(SysCmd command, int32_t value) { return sys_send_number(command, static_cast<uint32_t>(value)); }
 
 int write_vo_en(const cJSON* item, cJSON* answer) {
-    if (send_to_system(kCmdVideoOutput, item->valueint) != 0) {
+    if (send_to_system(SysCmd::video_output, item->valueint) != 0) {
         json_answer_false(answer, item->string);
         return -1;
     }
@@ -93,7 +91,7 @@ int write_vo_en(const cJSON* item, cJSON* answer) {
 int write_digital_zoom(const cJSON* item, cJSON* answer) {
     const int32_t wanted = item->valueint;
     if (wanted < 0 || wanted > kDigitalZoomFull ||
-        send_to_system(kCmdDigitalZoom, kDigitalZoomFull - wanted) != 0) {
+        send_to_system(SysCmd::digital_zoom, kDigitalZoomFull - wanted) != 0) {
         json_answer_false(answer, item->string);
         return -1;
     }

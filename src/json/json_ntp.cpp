@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr uint32_t kCmdNtp = 70;
 constexpr const char* kReadyFile = "/tmp/ntpready";  // made by the time service once in step
 
 // 1 once the time service has synchronised.
@@ -55,7 +54,7 @@ int json_ntp_set_ctrl(cJSON* member, cJSON* reply) {
         return -1;
     }
     FieldWrite ctx{block, nullptr, reply};
-    if (fields_apply(kFields, ctx, member, taken.get()) != 0 || sys_send(kCmdNtp, block, sizeof(NtpParams)) != 0) {
+    if (fields_apply(kFields, ctx, member, taken.get()) != 0 || sys_send_block<SysCmd::ntp>(*reinterpret_cast<const NtpParams*>(block)) != 0) {
         json_answer_false(reply, member->string);
         return -1;
     }

@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr uint32_t kCmdRecord = 32;
 
 const RecordParams& params(const uint8_t* block) { return *reinterpret_cast<const RecordParams*>(block); }
 
@@ -72,7 +71,8 @@ constexpr auto kFields = std::to_array<Field>({
     text_field("filename", offsetof(RecordParams, filename), sizeof(RecordParams::filename)).read_only(),
 });
 
-constexpr SettingsBlock kBlock{kFields, offsetof(SysInfo, record), sizeof(RecordParams), kCmdRecord};
+constexpr SettingsBlock kBlock{kFields, offsetof(SysInfo, record), sizeof(RecordParams), SysCmd::record};
+static_assert(settings_block_ok(kBlock));
 
 }  // namespace
 

@@ -9,6 +9,7 @@
 
 #include <cjson/cJSON.h>
 
+#include "ipc/sys_commands.h"
 #include "records/records.h"
 #include "support/words.h"
 
@@ -216,13 +217,42 @@ int fields_read(Fields table, const uint8_t* block, const cJSON* request, const 
 // true when taken and false when refused. 0 when all were taken, else -1.
 int fields_apply(Fields table, FieldWrite& ctx, const cJSON* member, cJSON* answer = nullptr);
 
-// A block of the settings record that is sent whole with one command.
+// A block of the settings record that is sent whole with one command. Its
+// size is the command's width (settings_block checks it when it compiles).
 struct SettingsBlock {
     Fields fields;
     size_t offset;  // in SysInfo
     size_t size;
-    uint32_t command;
+    SysCmd command;
 };
+
+// The bytes a row of the field kit occupies in its block (0 for a row of
+// functions only).
+constexpr size_t field_bytes(const Field& row) {
+    switch (row.form) {
+    case FieldForm::u8: return 1;
+    case FieldForm::u16:
+    case FieldForm::i16: return 2;
+    case FieldForm::i32:
+    case FieldForm::u32:
+    case FieldForm::ipv4: return 4;
+    case FieldForm::mac: return 6;
+    case FieldForm::text:
+    case FieldForm::words: return row.size;
+    case FieldForm::own: return 0;
+    }
+    return 0;
+}
+// Whether every row of a table lies inside a block of `size` bytes.
+constexpr bool fields_fit(Fields table, size_t size) {
+    for (const Field& row : table)
+        if (row.offset + field_bytes(row) > size) return false;
+    return true;
+}
+// A settings block is as large as its command carries, and holds its rows.
+constexpr bool settings_block_ok(const SettingsBlock& b) {
+    return static_cast<int>(b.size) == sys_cmd_width(b.command) && fields_fit(b.fields, b.size);
+}
 
 // The one writer of settings blocks: copies the block out of the record,
 // applies the members to the copy, and sends the copy. With `all_or_nothing`

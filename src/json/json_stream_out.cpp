@@ -18,17 +18,17 @@
 
 namespace {
 
-// One stream of a section: its name and its commands.
+// One stream of a section: its name, its RTMP commands and its multicast
+// RTSP path (the multicast commands are its settings block's).
 struct Stream {
     std::string_view name;
-    uint32_t url_command;     // rtmp
-    uint32_t enable_command;  // rtmp
-    uint32_t block_command;   // multicast
-    const char* path;         // multicast RTSP path
+    SysCmd url_command;
+    SysCmd enable_command;
+    const char* path;
 };
 constexpr std::array<Stream, 2> kStreams{{
-    {"main", 37, 39, 15, "multicast/main"},
-    {"sub", 38, 40, 16, "multicast/sub"},
+    {"main", SysCmd::rtmp_url_main, SysCmd::rtmp_enable_main, "multicast/main"},
+    {"sub", SysCmd::rtmp_url_sub, SysCmd::rtmp_enable_sub, "multicast/sub"},
 }};
 
 size_t index_of(const Stream& s) { return static_cast<size_t>(&s - kStreams.data()); }
@@ -88,7 +88,7 @@ bool rtmp_take(const Stream& stream, const cJSON* m) {
         return std::strlen(m->valuestring) < sizeof(RtmpPush::url) && sys_send_text(stream.url_command, m->valuestring) == 0;
     }
     if (same_word(m->string, "enable") && cJSON_IsNumber(m)) {
-        return sys_send_number(stream.enable_command, static_cast<uint32_t>(m->valueint), 4) == 0;
+        return sys_send_number(stream.enable_command, static_cast<uint32_t>(m->valueint)) == 0;
     }
     return false;
 }
@@ -142,9 +142,10 @@ constexpr auto kMulticastFields = std::to_array<Field>({
 });
 
 constexpr std::array<SettingsBlock, 2> kMulticastBlocks{{
-    {kMulticastFields, offsetof(SysInfo, mcastMain), sizeof(McastParams), 15},
-    {kMulticastFields, offsetof(SysInfo, mcastSub), sizeof(McastParams), 16},
+    {kMulticastFields, offsetof(SysInfo, mcastMain), sizeof(McastParams), SysCmd::multicast_main},
+    {kMulticastFields, offsetof(SysInfo, mcastSub), sizeof(McastParams), SysCmd::multicast_sub},
 }};
+static_assert(settings_block_ok(kMulticastBlocks[0]) && settings_block_ok(kMulticastBlocks[1]));
 
 }  // namespace
 

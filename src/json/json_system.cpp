@@ -32,19 +32,6 @@
 
 namespace {
 
-// ---- commands ---------------------------------------------------------------------
-constexpr uint32_t kCmdSerialNumber = 17;
-constexpr uint32_t kCmdDeviceName = 18;
-constexpr uint32_t kCmdDante = 20;
-constexpr uint32_t kCmdNdi = 21;
-constexpr uint32_t kCmdLanguage = 33;
-constexpr uint32_t kCmdWorkMode = 34;
-constexpr uint32_t kCmdLogin = 63;
-constexpr uint32_t kCmdSuspend = 64;
-constexpr uint32_t kCmdPowerSchedule = 66;
-constexpr uint32_t kCmdClockChanged = 68;
-constexpr uint32_t kCmdTimeZone = 69;
-
 // ---- paths --------------------------------------------------------------------------
 constexpr const char* kSdStatus = "/tmp/sd.status";
 constexpr const char* kSdDevice = "/tmp/sddev";
@@ -120,8 +107,8 @@ struct Row {
     Rec rec = Rec::none;  // the record `value` is read from
     Field value{};        // a record value, read with the field kit
     const char* text = nullptr;
-    uint32_t command = 0;
-    uint8_t width = 0;  // payload bytes of a number command
+    SysCmd command{};
+    uint8_t clock_half = 0;  // the clock rows: 0 the date, 1 the time
 };
 
 const uint8_t* record(Rec rec) {
@@ -290,7 +277,7 @@ int set_power(const Row&, cJSON* item, cJSON* answer) {
             if (cJSON_IsNumber(value)) field_store(row, ctx, value);
         }
     }
-    if (sys_send(kCmdPowerSchedule, tasks.data(), sizeof tasks) != 0) return give(item, answer, nullptr);
+    if (sys_send_block<SysCmd::power_schedule>(tasks) != 0) return give(item, answer, nullptr);
     cJSON* all = cJSON_CreateTrue();
     const int result = fields_read(kPowerRows, reinterpret_cast<const uint8_t*>(tasks.data()), all,
                                    item->string, answer);
@@ -485,10 +472,10 @@ int get_params(const Row&, cJSON* item, cJSON* answer) {
 
 // ---- commands of the SET ---------------------------------------------------------------
 
-// A number command: the value's low `width` bytes, then the record value the
-// row names (or true).
+// A number command: the value's low bytes (as many as the command carries),
+// then the record value the row names (or true).
 int send_number(const Row& row, cJSON* item, cJSON* answer) {
-    if (sys_send_number(row.command, static_cast<uint32_t>(item->valueint), row.width) != 0)
+    if (sys_send_number(row.command, static_cast<uint32_t>(item->valueint)) != 0)
         return give(item, answer, nullptr);
     return give(item, answer, row.rec != Rec::none ? record_value(row) : cJSON_CreateTrue());
 }
@@ -509,24 +496,24 @@ int set_time_zone(const Row& row, cJSON* item, cJSON* answer) {
 
 struct Action {
     std::string_view name;
-    uint32_t command;
+    SysCmd command;
     uint8_t byte;
 };
 constexpr auto kActions = std::to_array<Action>({
-    {"image_reset", 61, 0},
-    {"factory_reset", 61, 1},
-    {"system_reset", 61, 2},
-    {"system_reboot", 65, 1},
-    {"system_resume", 64, 0},
-    {"system_suspend", 64, 1},
-    {"default_save", 62, 1},
-    {"default_clear", 62, 0},
-    {"network_test", 67, 0},
+    {"image_reset", SysCmd::reset, 0},
+    {"factory_reset", SysCmd::reset, 1},
+    {"system_reset", SysCmd::reset, 2},
+    {"system_reboot", SysCmd::reboot, 1},
+    {"system_resume", SysCmd::standby, 0},
+    {"system_suspend", SysCmd::standby, 1},
+    {"default_save", SysCmd::defaults, 1},
+    {"default_clear", SysCmd::defaults, 0},
+    {"network_test", SysCmd::network_test, 0},
 });
 
 int system_control(const Row&, cJSON* item, cJSON* answer) {
     const Action* action = find_row(std::span<const Action>(kActions), item->valuestring);
-    const bool done = action != nullptr && sys_send_number(action->command, action->byte, 1) == 0;
+    const bool done = action != nullptr && sys_send_number(action->command, action->byte) == 0;
     return give(item, answer, done ? cJSON_CreateTrue() : nullptr);
 }
 
@@ -544,7 +531,7 @@ int set_login(const Row&, cJSON* item, cJSON* answer) {
     std::memcpy(payload.data(), user.data(), user.size());
     std::memcpy(payload.data() + 16, password.data(), password.size());
     std::memcpy(payload.data() + 32, &info->userWord, sizeof info->userWord);
-    if (sys_send(kCmdLogin, payload.data(), static_cast<int>(payload.size())) != 0)
+    if (sys_send_block<SysCmd::login>(payload) != 0)
         return give(item, answer, nullptr);
     json_access_key_update();
     return give(item, answer, cJSON_CreateNumber(json_access_key()));
@@ -594,7 +581,7 @@ int post_update(const Row&, cJSON* item, cJSON* answer) {
 // Sets the clock from a date (row arg 0) or a time (1), keeping the other
 // half, and answers the half that was set as the clock now reads it.
 int set_clock(const Row& row, cJSON* item, cJSON* answer) {
-    const bool is_date = row.width == 0;
+    const bool is_date = row.clock_half == 0;
     int a = 0, b = 0, c = 0;
     if (std::sscanf(item->valuestring, is_date ? "%d-%d-%d" : "%d:%d:%d", &a, &b, &c) != 3)
         return give(item, answer, nullptr);
@@ -621,7 +608,7 @@ int set_clock(const Row& row, cJSON* item, cJSON* answer) {
         std::snprintf(text, sizeof text, "%d:%d:%d", after.tm_hour, after.tm_min, after.tm_sec);
         value = cJSON_CreateString(text);
     }
-    if (sys_send_number(kCmdClockChanged, 1, 1) != 0) {
+    if (sys_send_number<SysCmd::clock_changed>(1) != 0) {
         cJSON_Delete(value);
         value = nullptr;
     }
@@ -677,16 +664,15 @@ constexpr auto kGetRows = std::to_array<Row>({
     own("image", Want::yes, get_image),
 });
 
-// A number command of `width` bytes answered with a record value (or true).
-constexpr Row number_command(std::string_view key, uint32_t command, uint8_t width, Rec rec = Rec::none,
-                             uint16_t offset = 0) {
-    return {key, Want::number, send_number, rec, field(key, FieldForm::u8, offset), nullptr, command, width};
+// A number command answered with a record value (or true).
+constexpr Row number_command(std::string_view key, SysCmd command, Rec rec = Rec::none, uint16_t offset = 0) {
+    return {key, Want::number, send_number, rec, field(key, FieldForm::u8, offset), nullptr, command};
 }
-constexpr Row key_command(std::string_view key, uint32_t command) {
+constexpr Row key_command(std::string_view key, SysCmd command) {
     return {key, Want::text, send_key_text, Rec::none, {}, nullptr, command};
 }
 constexpr Row clock_row(std::string_view key, uint8_t is_time) {
-    return {key, Want::text, set_clock, Rec::none, {}, nullptr, 0, is_time};
+    return {key, Want::text, set_clock, Rec::none, {}, nullptr, SysCmd::clock_changed, is_time};
 }
 
 constexpr auto kSetRows = std::to_array<Row>({
@@ -694,19 +680,19 @@ constexpr auto kSetRows = std::to_array<Row>({
     own("login", Want::text, set_login),
     own("update", Want::number, start_update),
     own("post_update", Want::text, post_update),
-    number_command("ndi_enable", kCmdNdi, 4, Rec::info, offsetof(SysInfo, ndi_enable)),
-    number_command("dante_enable", kCmdDante, 4, Rec::state, offsetof(SysState, dante_enable)),
-    number_command("suspend", kCmdSuspend, 1, Rec::state, offsetof(SysState, standby)),
+    number_command("ndi_enable", SysCmd::ndi, Rec::info, offsetof(SysInfo, ndi_enable)),
+    number_command("dante_enable", SysCmd::dante, Rec::state, offsetof(SysState, dante_enable)),
+    number_command("suspend", SysCmd::standby, Rec::state, offsetof(SysState, standby)),
     {"TZ", Want::text, set_time_zone, Rec::info,
-     text_field("TZ", offsetof(SysInfo, timezone), sizeof(SysInfo::timezone)), nullptr, kCmdTimeZone},
-    number_command("language", kCmdLanguage, 1),
+     text_field("TZ", offsetof(SysInfo, timezone), sizeof(SysInfo::timezone)), nullptr, SysCmd::time_zone},
+    number_command("language", SysCmd::language),
     own("sd", Want::object, set_sd),
     own("power_ctrl", Want::object, set_power),
     clock_row("date", 0),
     clock_row("time", 1),
-    number_command("workMode", kCmdWorkMode, 1),
-    key_command("device_name", kCmdDeviceName),
-    key_command("serial_number", kCmdSerialNumber),
+    number_command("workMode", SysCmd::work_mode),
+    key_command("device_name", SysCmd::device_name),
+    key_command("serial_number", SysCmd::serial_number),
 });
 
 int walk(std::span<const Row> table, cJSON* member, cJSON* reply) {

@@ -19,8 +19,6 @@
 
 namespace {
 
-constexpr uint32_t kCmdStream = 35;
-constexpr uint32_t kCmdKeyFrame = 36;
 constexpr int kKeyFramesMax = 60;
 
 // ---- the record ----------------------------------------------------------------------
@@ -368,9 +366,9 @@ cJSON* write_stream(const Stream& s, cJSON* request) {
     if (s.index == 0 && info->ndiFlag518 != 0 && info->ndi_enable != 0 && bitrate >= 0)
         r[static_cast<size_t>(bitrate)] = ndi_bitrate(r);
 
-    if (sys_send(kCmdStream, r.data(), static_cast<int>(sizeof r)) != 0) return nullptr;
+    if (sys_send_block<SysCmd::stream>(r) != 0) return nullptr;
     for (int64_t i = 0; i < w[kAskKeyFrames]; ++i)
-        if (sys_send_number(kCmdKeyFrame, static_cast<uint32_t>(s.index), 4) != 0) return nullptr;
+        if (sys_send_number<SysCmd::key_frame>(static_cast<uint32_t>(s.index)) != 0) return nullptr;
     cJSON* out = stream_answer(*sys_info(), s);
     // Members the stream could not take stay false in the answer.
     for (const cJSON* m = taken ? taken->child : nullptr; m != nullptr && out != nullptr; m = m->next) {

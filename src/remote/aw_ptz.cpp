@@ -21,8 +21,6 @@ using namespace remote;
 
 namespace {
 
-constexpr uint32_t kSysStandby = 64;  // system command: one byte, 1 enter / 0 leave
-
 // State of one request. The parameter slots start at zero; a conversion that
 // finds no digit leaves its slot as it was.
 struct Request {
@@ -79,8 +77,7 @@ int motor_positions(Positions& p) {
 // arg: 1 enter standby, 0 leave it, -1 only report.
 int standby(Request& r, int arg) {
     if (arg >= 0) {
-        uint8_t payload = static_cast<uint8_t>(arg);
-        if (sys_command(kSysStandby, &payload, 1, nullptr) < 0) return -1;
+        if (sys_send_number<SysCmd::standby>(static_cast<uint32_t>(arg)) < 0) return -1;
     }
     return awake_digit(r.value[0]);
 }
