@@ -35,7 +35,8 @@ void run_case(const char* name, long iterations, Body&& body) {
     const auto start = std::chrono::steady_clock::now();
     for (long i = 0; i < iterations; ++i) body();
     const auto elapsed = std::chrono::steady_clock::now() - start;
-    const double ns = static_cast<double>(std::chrono::duration_cast<std::chrono::nanoseconds>(elapsed).count());
+    const double ns =
+        static_cast<double>(std::chrono::duration_cast<std::chrono::nanoseconds>(elapsed).count());
     std::printf("%-34s %8ld  %10.1f ns/op\n", name, iterations, ns / static_cast<double>(iterations));
 }
 

@@ -71,13 +71,17 @@ constexpr Written kWritten[] = {
     {"NTP interval", [](long v) { return "{\"NTP\":{\"update interval\":" + std::to_string(v) + "}}"; },
      R"({"NTP":{"update interval":true}})", "NTP/update interval",
      [](size_t i) { return static_cast<long>(60 + i % 3600); }},
-    {"record task0 start", [](long v) { return "{\"record\":{\"task0\":{\"start\":" + std::to_string(v) + "}}}"; },
-     R"({"record":{"task0":true}})", "record/task0/start", [](size_t i) { return static_cast<long>(i % 1440); }},
-    {"multicast port", [](long v) { return "{\"rtp multicast\":{\"main\":{\"port\":" + std::to_string(v) + "}}}"; },
+    {"record task0 start",
+     [](long v) { return "{\"record\":{\"task0\":{\"start\":" + std::to_string(v) + "}}}"; },
+     R"({"record":{"task0":true}})", "record/task0/start",
+     [](size_t i) { return static_cast<long>(i % 1440); }},
+    {"multicast port",
+     [](long v) { return "{\"rtp multicast\":{\"main\":{\"port\":" + std::to_string(v) + "}}}"; },
      R"({"rtp multicast":{"main":{"port":true}}})", "rtp multicast/main/port",
      [](size_t i) { return static_cast<long>(5000 + i % 1000); }},
     {"image brightness", [](long v) { return "{\"image\":{\"brightness\":" + std::to_string(v) + "}}"; },
-     R"({"image":{"brightness":true}})", "image/brightness", [](size_t i) { return static_cast<long>(i % 15); }},
+     R"({"image":{"brightness":true}})", "image/brightness",
+     [](size_t i) { return static_cast<long>(i % 15); }},
 };
 constexpr size_t kWrittenRows = sizeof kWritten / sizeof kWritten[0];
 
@@ -95,7 +99,8 @@ Mix rows() {
         {"aw_ptz power", "GET", "/cgi-bin/aw_ptz?cmd=%23O&res=1", "", Check::text, "p"},
         {"event", "GET", "/cgi-bin/event?connect=start&my_port=31004&uid=0", "", Check::no_content},
         {"session", "GET", "/cgi-bin/man_session?command=get", "", Check::text, "\"Event session:"},
-        {"sendPTZ no-op", "POST", "/cgi-bin/web.fcgi?path=sendPTZ", R"({"type":12,"speed":1})", Check::json_ok},
+        {"sendPTZ no-op", "POST", "/cgi-bin/web.fcgi?path=sendPTZ", R"({"type":12,"speed":1})",
+         Check::json_ok},
         {"system read", "GET", get_json(R"({"system":{"device_name":true,"support":true,"TZ":true}})"), "",
          Check::json_ok},
     };
@@ -103,16 +108,18 @@ Mix rows() {
         {"status dump", "GET", "/live/camdata.html", "", Check::text, "p1"},
         {"aw_ptz position", "GET", "/cgi-bin/aw_ptz?cmd=%23APC&res=1", "", Check::text, "aPC"},
         {"aw_cam shutter", "GET", "/cgi-bin/aw_cam?cmd=QSH&res=1", "", Check::text, "QSH:"},
-        {"image position", "GET", get_json(R"({"image":{"zoom":true,"pan":true,"tilt":true,"focus":true}})"), "",
-         Check::json_ok},
+        {"image position", "GET", get_json(R"({"image":{"zoom":true,"pan":true,"tilt":true,"focus":true}})"),
+         "", Check::json_ok},
         {"preview", "GET", "/mw-api/v1/preview/image", "", Check::jpeg},
     };
-    for (const char* json :
-         {R"({"image":{"WB_mode":true,"exposure_mode":true,"brightness":true,"gamma":true,"vo_support":true}})",
-          R"({"system":{"sd":true,"power_ctrl":true}})", R"({"ethernet":{"eth0":true}})",
-          R"({"venc":{"main":true,"sub":true},"VencAbility":{"main":true}})",
-          R"({"rtmp":{"main":true},"rtp multicast":{"sub":true}})", R"({"full ndi":true})", R"({"audio":true})",
-          R"({"record":true})", R"({"gb28181":true})", R"({"FreeD":true})", R"({"NTP":true})"})
+    for (
+        const char* json :
+        {R"({"image":{"WB_mode":true,"exposure_mode":true,"brightness":true,"gamma":true,"vo_support":true}})",
+         R"({"system":{"sd":true,"power_ctrl":true}})", R"({"ethernet":{"eth0":true}})",
+         R"({"venc":{"main":true,"sub":true},"VencAbility":{"main":true}})",
+         R"({"rtmp":{"main":true},"rtp multicast":{"sub":true}})", R"({"full ndi":true})",
+         R"({"audio":true})", R"({"record":true})", R"({"gb28181":true})", R"({"FreeD":true})",
+         R"({"NTP":true})"})
         m.sections.push_back({"section read", "GET", get_json(json), "", Check::json_ok});
     return m;
 }
@@ -154,8 +161,9 @@ struct Fault {
     size_t length;  // requests it lasts
 };
 constexpr Fault kFaults[] = {
-    {"camsim.ctl", "late 20", 0.05, 300}, {"camsim.ctl", "silent", 0.25, 20}, {"syssim.ctl", "silent", 0.40, 20},
-    {"camsim.ctl", "wrongseq", 0.60, 300}, {"camsim.ctl", "silent", 0.75, 20}, {"syssim.ctl", "silent", 0.90, 20},
+    {"camsim.ctl", "late 20", 0.05, 300}, {"camsim.ctl", "silent", 0.25, 20},
+    {"syssim.ctl", "silent", 0.40, 20},   {"camsim.ctl", "wrongseq", 0.60, 300},
+    {"camsim.ctl", "silent", 0.75, 20},   {"syssim.ctl", "silent", 0.90, 20},
 };
 const Fault* fault_at(size_t index, size_t total) {
     for (const Fault& f : kFaults) {
@@ -298,7 +306,8 @@ bool expected(const Row& row, int status, const std::string& type, const std::st
     case Check::json_ok: {
         cJSON* j = cJSON_Parse(body.c_str());
         const cJSON* s = cJSON_GetObjectItem(j, "status");
-        const bool ok = (cJSON_IsTrue(s) || (cJSON_IsNumber(s) && s->valueint == 1) || cJSON_GetObjectItem(j, "device"));
+        const bool ok =
+            (cJSON_IsTrue(s) || (cJSON_IsNumber(s) && s->valueint == 1) || cJSON_GetObjectItem(j, "device"));
         cJSON_Delete(j);
         return ok;
     }
@@ -362,7 +371,8 @@ int save_or_restore(Http& http, bool save, const std::string& file) {
         const Row row{"restore", "GET", set_json(w.request(v)), "", Check::json_ok};
         int status = 0;
         std::string type, body;
-        if (v < 0 || !http.exchange(row, status, type, body) || !expected(row, status, type, body, false)) ++failed;
+        if (v < 0 || !http.exchange(row, status, type, body) || !expected(row, status, type, body, false))
+            ++failed;
     }
     return failed == 0 ? 0 : 1;
 }
@@ -377,7 +387,8 @@ int main(int argc, char** argv) {
     const int port = std::atoi(argv[1]);
     const std::string run = argv[2];
     Http http(port);
-    if (std::strcmp(argv[3], "verify") == 0) return verify(http, std::strtoul(argv[4], nullptr, 10)) == 0 ? 0 : 1;
+    if (std::strcmp(argv[3], "verify") == 0)
+        return verify(http, std::strtoul(argv[4], nullptr, 10)) == 0 ? 0 : 1;
     if (std::strcmp(argv[3], "save") == 0 || std::strcmp(argv[3], "restore") == 0)
         return save_or_restore(http, argv[3][0] == 's', argv[4]);
     if (argc < 6) return 2;
@@ -402,14 +413,13 @@ int main(int argc, char** argv) {
         faulty += fault ? 1 : 0;
         if (!answered || !expected(*s.row, status, type, body, fault)) {
             if (++unexpected <= 10)
-                std::printf("soak: request %zu (%s %s): HTTP %d, %.120s\n", i, s.row->name, s.row->target.c_str(),
-                            answered ? status : 0, body.c_str());
+                std::printf("soak: request %zu (%s %s): HTTP %d, %.120s\n", i, s.row->name,
+                            s.row->target.c_str(), answered ? status : 0, body.c_str());
         }
     }
     if (on != nullptr) set_fault(run, on->file, "");
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::printf("soak: requests %zu to %zu: %zu unexpected, %zu inside faults, %.0f s, %.0f requests/s\n", from, to,
-                unexpected, faulty, seconds, static_cast<double>(to - from) / seconds);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::printf("soak: requests %zu to %zu: %zu unexpected, %zu inside faults, %.0f s, %.0f requests/s\n",
+                from, to, unexpected, faulty, seconds, static_cast<double>(to - from) / seconds);
     return unexpected == 0 ? 0 : 1;
 }

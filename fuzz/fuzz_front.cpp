@@ -51,9 +51,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::snprintf(method_var, sizeof method_var, "REQUEST_METHOD=%s", method != nullptr ? method : "");
     std::snprintf(query_var, sizeof query_var, "QUERY_STRING=%s", query.c_str());
     std::snprintf(length_var, sizeof length_var, "CONTENT_LENGTH=%s", length.c_str());
-    if (method != nullptr) putenv(method_var); else unsetenv("REQUEST_METHOD");
+    if (method != nullptr)
+        putenv(method_var);
+    else
+        unsetenv("REQUEST_METHOD");
     putenv(query_var);
-    if ((data[0] >> 2 & 7) == 1) unsetenv("CONTENT_LENGTH"); else putenv(length_var);
+    if ((data[0] >> 2 & 7) == 1)
+        unsetenv("CONTENT_LENGTH");
+    else
+        putenv(length_var);
     OutputCapture capture(body);
     web_handle_request();
     return 0;

@@ -64,7 +64,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     JsonTree tree(cJSON_Parse(after.c_str()));
     if (after.size() >= 1024 || !cJSON_IsObject(cJSON_GetObjectItemCaseSensitive(tree.get(), "ndi")))
         __builtin_trap();  // taken, but the next read could not take it
-    if (run(json_get_ctrl, R"({"full ndi":true})").find("\"status\":\ttrue") == std::string::npos) __builtin_trap();
+    if (run(json_get_ctrl, R"({"full ndi":true})").find("\"status\":\ttrue") == std::string::npos)
+        __builtin_trap();
     return 0;
 }
 

@@ -25,7 +25,8 @@ std::vector<std::string> parts(const uint8_t* data, size_t size, size_t count) {
     size_t at = 0;
     for (size_t i = 0; i < count && at <= size; ++i) {
         const void* nul = std::memchr(data + at, 0, size - at);
-        const size_t end = nul != nullptr ? static_cast<size_t>(static_cast<const uint8_t*>(nul) - data) : size;
+        const size_t end =
+            nul != nullptr ? static_cast<size_t>(static_cast<const uint8_t*>(nul) - data) : size;
         out[i].assign(reinterpret_cast<const char*>(data + at), end - at);
         at = end + 1;
     }
@@ -42,9 +43,9 @@ const std::string& root() {
     }();
     // Registered once the name exists, so that it is removed before the name is.
     static const bool cleanup = std::atexit([] {
-        std::error_code ignored;
-        std::filesystem::remove_all(root(), ignored);
-    }) == 0;
+                                    std::error_code ignored;
+                                    std::filesystem::remove_all(root(), ignored);
+                                }) == 0;
     (void)cleanup;
     return dir;
 }

@@ -67,7 +67,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t body = reply.find('{');
     JsonTree answer(body == std::string::npos ? nullptr : cJSON_Parse(reply.c_str() + body));
     std::map<unsigned long long, unsigned long> last;
-    for (const cJSON* section = answer ? answer->child : nullptr; section != nullptr; section = section->next) {
+    for (const cJSON* section = answer ? answer->child : nullptr; section != nullptr;
+         section = section->next) {
         if (strcasecmp(section->string, "reg") != 0 || !cJSON_IsObject(section)) continue;
         for (const cJSON* m = section->child; m != nullptr; m = m->next) {
             if (!cJSON_IsString(m)) continue;

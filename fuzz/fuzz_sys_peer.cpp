@@ -52,8 +52,12 @@ constexpr const char* kWrites[] = {
     R"({"system":{"power_ctrl":{"task1":{"hour":3}},"sd":{"format":"fat32"}}})",
     R"({"rtp multicast":{"main":{"port":5004}},"NTP":{"enable":1}})",
 };
-constexpr const char* kQueries[] = {"controlhub", "camdata", "aw_ptz?cmd=%23O&res=1", "aw_ptz?cmd=%23APC&res=1",
-                                    "aw_ptz?cmd=%23PTV&res=1", "aw_cam?cmd=QSH&res=1"};
+constexpr const char* kQueries[] = {"controlhub",
+                                    "camdata",
+                                    "aw_ptz?cmd=%23O&res=1",
+                                    "aw_ptz?cmd=%23APC&res=1",
+                                    "aw_ptz?cmd=%23PTV&res=1",
+                                    "aw_cam?cmd=QSH&res=1"};
 
 }  // namespace
 

@@ -100,7 +100,8 @@ void factory_info(SysInfo& si) {
     const std::string name = "PTZ-4K" + std::to_string(n);
     put_text(si.device_name, name.c_str());
     put_text(si.model, "PTZ-4K1");
-    put_text(si.serial_number, ("PTZ4K1" + std::string(n < 10 ? "00000" : "0000") + std::to_string(n)).c_str());
+    put_text(si.serial_number,
+             ("PTZ4K1" + std::string(n < 10 ? "00000" : "0000") + std::to_string(n)).c_str());
     put_text(si.user, "admin");
     put_text(si.password, "admin");
     si.userWord = 0;
@@ -302,7 +303,8 @@ bool set_addressing(Server& s, const Row& r, Payload p) {
                   "ip addr flush dev eth0 && ip addr add %s/%d brd + dev eth0 && "
                   "{ ip route replace default via %s dev eth0 2>/dev/null || true; }",
                   addr, prefix, gw);
-    if (std::system(line) != 0) std::fprintf(stderr, "syssim: could not apply %s/%d via %s\n", addr, prefix, gw);
+    if (std::system(line) != 0)
+        std::fprintf(stderr, "syssim: could not apply %s/%d via %s\n", addr, prefix, gw);
     return true;
 }
 

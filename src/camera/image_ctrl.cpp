@@ -442,7 +442,8 @@ int image_camera_version(char* out, size_t size) {
     int capacity = static_cast<int>(reply.size());
     const int n = chan_wait(reply.data(), 5, &capacity);
     if (n < 3 || reply[1] != 0x50) return -1;
-    const size_t length = std::min(static_cast<size_t>(std::min(n, static_cast<int>(reply.size()))) - 3, size - 1);
+    const size_t length =
+        std::min(static_cast<size_t>(std::min(n, static_cast<int>(reply.size()))) - 3, size - 1);
     std::memcpy(out, reply.data() + 2, length);
     out[length] = '\0';
     return 0;

@@ -93,7 +93,7 @@ int image_snapshot(int mode, const char* name, int width, int height, int flag);
 namespace visca {
 struct Row;
 }
-int image_row_set(const visca::Row& row, int value);  // 0, -1 failed, -2 value refused unsent
+int image_row_set(const visca::Row& row, int value);            // 0, -1 failed, -2 value refused unsent
 int image_row_choose(const visca::Row& row, const char* word);  // 0 or -1 (unknown word)
 int image_row_get(const visca::Row& row);                       // decoded value or -1
 

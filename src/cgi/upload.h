@@ -5,8 +5,8 @@
 
 void upload_set_armed(bool armed);  // arming also starts a new, complete image
 bool upload_is_armed();
-void upload_mark_incomplete();      // a piece of the image was lost
-bool upload_is_complete();          // false once a piece was lost since the arming
+void upload_mark_incomplete();  // a piece of the image was lost
+bool upload_is_complete();      // false once a piece was lost since the arming
 // The file an upload is appended to ("/tmp/update.bin"; tests point it elsewhere).
 void upload_set_path(const char* path);
 const char* upload_path();

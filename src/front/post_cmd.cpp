@@ -106,7 +106,6 @@ int sendPreset(const char* body) {
         status = image_preset_ctrl(w->code, index & 0xFF) == 0 ? 1 : 0;
     reply_header(kHdrJson);
     // The control word is echoed inside quotes: escaped, so the answer stays JSON.
-    out_printf("{\"status\":%d,\"index\":%d,\"speed\":\"%s\"}", status, index,
-               json_escaped(control).c_str());
+    out_printf("{\"status\":%d,\"index\":%d,\"speed\":\"%s\"}", status, index, json_escaped(control).c_str());
     return 0;
 }

@@ -47,6 +47,4 @@ SysInfo* sys_info() { return pick(&SysPort::info, GetSysInfo)(); }
 SysState* sys_state(int wait) { return pick(&SysPort::state, GetSysState)(wait); }
 CamInfo* sys_cam_info() { return pick(&SysPort::cam, GetCamInfoParams)(); }
 AiInfo* sys_ai_info() { return pick(&SysPort::ai, GetAiInfoParams)(); }
-SavedCodecs* sys_saved_codecs() {
-    return static_cast<SavedCodecs*>(pick(&SysPort::ext, GetExtInfoParams)());
-}
+SavedCodecs* sys_saved_codecs() { return static_cast<SavedCodecs*>(pick(&SysPort::ext, GetExtInfoParams)()); }

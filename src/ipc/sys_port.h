@@ -36,7 +36,8 @@ int sys_send_text(SysCmd cmd, const char* text);
 // A block of the command's exact width: another size does not compile.
 template <SysCmd C, typename Block>
 int sys_send_block(const Block& block) {
-    static_assert(sizeof(Block) == static_cast<size_t>(sys_cmd_width(C)), "the block is not the command's width");
+    static_assert(sizeof(Block) == static_cast<size_t>(sys_cmd_width(C)),
+                  "the block is not the command's width");
     return sys_send(C, &block, static_cast<int>(sizeof(Block)));
 }
 // A number to a command of 1 to 4 bytes, checked when it compiles.

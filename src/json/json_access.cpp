@@ -3,7 +3,6 @@
 // request that changes the device.
 #include "json/json_access.h"
 
-
 #include <array>
 #include <cstring>
 #include <string>
@@ -85,4 +84,3 @@ int json_login_check(const char* login) {
     if (info == nullptr) return -1;
     return user == field_text(info->user) && password == field_text(info->password) ? 0 : -1;
 }
-

@@ -11,7 +11,6 @@
 
 namespace {
 
-
 constexpr int kCodecAac = 5;
 constexpr int kCodecOpus = 6;
 constexpr uint32_t kCompressedBitrate = 96000;

@@ -2,7 +2,6 @@
 // requests not made with GET, the access key and the login check.
 #include "json/json_ctrl_func.h"
 
-
 #include <array>
 #include <cstdlib>
 #include <cstring>

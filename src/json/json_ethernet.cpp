@@ -168,7 +168,8 @@ bool class_consistent(uint32_t ip, uint32_t gateway) {
 
 std::string mac_text(const uint8_t* mac) {
     char text[kMacPayload];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
+                  mac[5]);
     return text;
 }
 
@@ -178,8 +179,8 @@ bool apply(const SysInfo& w, const SysInfo& now, const Pending& pending) {
     if (!ports_consistent(w)) return false;
     if (w.dhcp == 0) {
         SysState* state = sys_state(1);
-        if (w.ip != INADDR_ANY && w.ip != INADDR_BROADCAST && state != nullptr && w.ip != state->lastAnnouncedAddr &&
-            image_announce_addr(w.ip) == 0)
+        if (w.ip != INADDR_ANY && w.ip != INADDR_BROADCAST && state != nullptr &&
+            w.ip != state->lastAnnouncedAddr && image_announce_addr(w.ip) == 0)
             state->lastAnnouncedAddr = w.ip;
         if (!class_consistent(w.ip, w.gateway)) return false;
         if (!send_changed(Step::address, w, now)) return false;
@@ -245,10 +246,9 @@ int json_ethernet_get_ctrl(cJSON* member, cJSON* reply) {
 }
 
 int json_ethernet_set_ctrl(cJSON* member, cJSON* reply) {
-    const int result = json_rows_walk(std::span<const Interface>(kInterfaces), member, reply, true,
-                                      [](const Interface&, cJSON* item, cJSON* answer) {
-                                          return write_eth0(item, answer) == 0;
-                                      });
+    const int result = json_rows_walk(
+        std::span<const Interface>(kInterfaces), member, reply, true,
+        [](const Interface&, cJSON* item, cJSON* answer) { return write_eth0(item, answer) == 0; });
     json_access_key_update();  // the key follows the network identity
     return result;
 }

@@ -46,7 +46,8 @@ int board_attach(bool& mounted, const char* caller) {
         if (state != nullptr) state->encoderBoardAddr = addr;
     }
     char line[160];
-    std::snprintf(line, sizeof line, "mount -t nfs -o nolock -o tcp -o rsize=32768,wsize=32768 %s:/opt/ndi /mnt/fpga",
+    std::snprintf(line, sizeof line,
+                  "mount -t nfs -o nolock -o tcp -o rsize=32768,wsize=32768 %s:/opt/ndi /mnt/fpga",
                   net_dotted(addr).c_str());
     pox_system(line);
     mounted = true;
@@ -91,7 +92,8 @@ size_t depth(const NdiKey& key) {
 
 const cJSON* find_member(const cJSON* ndi, const NdiKey& key) {
     const cJSON* at = ndi;
-    for (size_t i = 0; i < depth(key) && at != nullptr; ++i) at = cJSON_GetObjectItemCaseSensitive(at, key.path[i]);
+    for (size_t i = 0; i < depth(key) && at != nullptr; ++i)
+        at = cJSON_GetObjectItemCaseSensitive(at, key.path[i]);
     return at;
 }
 
@@ -105,7 +107,8 @@ cJSON* api_value(const cJSON* ndi, const NdiKey& key) {
     case Kind::multicast: {
         if (!cJSON_IsObject(v)) return nullptr;
         cJSON* out = cJSON_CreateObject();
-        json_answer_number(out, "enable", cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(v, "enable")) ? 1 : 0);
+        json_answer_number(out, "enable",
+                           cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(v, "enable")) ? 1 : 0);
         for (const Pair& p : kMulticast) {
             const cJSON* m = cJSON_GetObjectItemCaseSensitive(v, p.file);
             if (m != nullptr) json_answer(out, p.api, cJSON_Duplicate(m, 1));
@@ -149,7 +152,8 @@ bool file_write(cJSON* ndi, const cJSON* item) {
                                                      : cJSON_IsString(item);
     if (!fits) return false;
     cJSON* parent = ndi;
-    for (size_t i = 0; i + 1 < depth(*key) && parent != nullptr; ++i) parent = object_in(parent, key->path[i]);
+    for (size_t i = 0; i + 1 < depth(*key) && parent != nullptr; ++i)
+        parent = object_in(parent, key->path[i]);
     if (parent == nullptr) return false;
     const char* last = key->path[depth(*key) - 1];
     if (key->kind != Kind::multicast) {
@@ -245,7 +249,8 @@ int json_full_ndi_set_ctrl(cJSON* member, cJSON* reply) {
     if (loaded && !cJSON_IsObject(tree.get())) tree.reset(cJSON_CreateObject());
     cJSON* ndi = loaded && tree ? object_in(tree.get(), "ndi") : nullptr;
     bool taken = ndi != nullptr;
-    for (const cJSON* item = member->child; item != nullptr && taken; item = item->next) taken = file_write(ndi, item);
+    for (const cJSON* item = member->child; item != nullptr && taken; item = item->next)
+        taken = file_write(ndi, item);
     if (!taken) {
         json_answer_false(reply, member->string);
         return -1;

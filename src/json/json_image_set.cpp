@@ -74,7 +74,9 @@ int set_wb_mode(const char* mode) {
 
 constexpr int32_t kDigitalZoomFull = 1024;
 
-int send_to_system(SysCmd command, int32_t value) { return sys_send_number(command, static_cast<uint32_t>(value)); }
+int send_to_system(SysCmd command, int32_t value) {
+    return sys_send_number(command, static_cast<uint32_t>(value));
+}
 
 int write_vo_en(const cJSON* item, cJSON* answer) {
     if (send_to_system(SysCmd::video_output, item->valueint) != 0) {

@@ -54,7 +54,8 @@ int json_ntp_set_ctrl(cJSON* member, cJSON* reply) {
         return -1;
     }
     FieldWrite ctx{block, nullptr, reply};
-    if (fields_apply(kFields, ctx, member, taken.get()) != 0 || sys_send_block<SysCmd::ntp>(*reinterpret_cast<const NtpParams*>(block)) != 0) {
+    if (fields_apply(kFields, ctx, member, taken.get()) != 0 ||
+        sys_send_block<SysCmd::ntp>(*reinterpret_cast<const NtpParams*>(block)) != 0) {
         json_answer_false(reply, member->string);
         return -1;
     }

@@ -10,7 +10,6 @@
 
 namespace {
 
-
 const RecordParams& params(const uint8_t* block) { return *reinterpret_cast<const RecordParams*>(block); }
 
 // ---- tasks: "task0".."task3", each {"enable", "start", "stop"} ------------------------

@@ -54,7 +54,9 @@ bool reachable(uint32_t address) {
 }
 
 // The register a member's key names, when it parses and may be reached.
-bool register_of(const char* key, uint32_t& address) { return parse_number(key, address) && reachable(address); }
+bool register_of(const char* key, uint32_t& address) {
+    return parse_number(key, address) && reachable(address);
+}
 
 void answer_register(cJSON* answer, const char* key, uint32_t address) {
     char text[16];
@@ -84,8 +86,10 @@ void json_file_ctrl_set_root(const char* dir) { g_file_root = dir != nullptr ? d
 int json_reg_get_ctrl(cJSON* member, cJSON* reply) {
     return json_section_walk(member, reply, [](cJSON* item, cJSON* answer, int&) {
         uint32_t address = 0;
-        if (register_of(item->string, address)) answer_register(answer, item->string, address);
-        else json_answer_false(answer, item->string);
+        if (register_of(item->string, address))
+            answer_register(answer, item->string, address);
+        else
+            json_answer_false(answer, item->string);
     });
 }
 
@@ -121,7 +125,8 @@ int json_file_ctrl_set_ctrl(cJSON* member, cJSON* reply) {
     const int fd = file.empty() ? -1 : open(file.c_str(), O_RDWR | O_CREAT, 0755);
     if (fd >= 0) {
         const cJSON* index = cJSON_GetObjectItem(member, "index");
-        if (cJSON_IsNumber(index) && index->valuedouble >= 0) lseek(fd, static_cast<off_t>(index->valuedouble), SEEK_SET);
+        if (cJSON_IsNumber(index) && index->valuedouble >= 0)
+            lseek(fd, static_cast<off_t>(index->valuedouble), SEEK_SET);
         const cJSON* data = cJSON_GetObjectItem(member, "data");
         for (const cJSON* b = cJSON_IsArray(data) ? data->child : nullptr; cJSON_IsNumber(b); b = b->next) {
             const auto byte = static_cast<uint8_t>(b->valueint);

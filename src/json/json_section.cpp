@@ -120,7 +120,9 @@ void answer_row(const Field& row, const uint8_t* block, cJSON* answer, int index
 
 }  // namespace
 
-int64_t field_number(const Field& row, const uint8_t* block) { return load_number(row.form, block + row.offset); }
+int64_t field_number(const Field& row, const uint8_t* block) {
+    return load_number(row.form, block + row.offset);
+}
 
 cJSON* field_value(const Field& row, const uint8_t* block, int index) {
     if (row.read != nullptr) return row.read(row, block, index);

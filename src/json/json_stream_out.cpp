@@ -4,7 +4,6 @@
 // in the settings record and change whole.
 #include "json/json_stream_out.h"
 
-
 #include <array>
 #include <cstddef>
 #include <cstdio>
@@ -85,7 +84,8 @@ bool rtmp_read(const Stream& stream, const cJSON* request, cJSON* answer) {
 
 bool rtmp_take(const Stream& stream, const cJSON* m) {
     if (same_word(m->string, "url") && cJSON_IsString(m) && m->valuestring != nullptr) {
-        return std::strlen(m->valuestring) < sizeof(RtmpPush::url) && sys_send_text(stream.url_command, m->valuestring) == 0;
+        return std::strlen(m->valuestring) < sizeof(RtmpPush::url) &&
+               sys_send_text(stream.url_command, m->valuestring) == 0;
     }
     if (same_word(m->string, "enable") && cJSON_IsNumber(m)) {
         return sys_send_number(stream.enable_command, static_cast<uint32_t>(m->valueint)) == 0;
@@ -118,8 +118,8 @@ cJSON* rtsp_link(const Field& row, const uint8_t* block, int) {
     if (info == nullptr) return nullptr;
     const bool sub = block == reinterpret_cast<const uint8_t*>(&info->mcastSub);
     char link[96];
-    std::snprintf(link, sizeof link, "rtsp://%s:%1d/%s", net_eth0_dotted().c_str(), (info->rtspPort + row.arg) % 65536,
-                  kStreams[sub ? 1 : 0].path);
+    std::snprintf(link, sizeof link, "rtsp://%s:%1d/%s", net_eth0_dotted().c_str(),
+                  (info->rtspPort + row.arg) % 65536, kStreams[sub ? 1 : 0].path);
     return cJSON_CreateString(link);
 }
 
@@ -149,9 +149,7 @@ static_assert(settings_block_ok(kMulticastBlocks[0]) && settings_block_ok(kMulti
 
 }  // namespace
 
-int json_rtmp_get_ctrl(cJSON* member, cJSON* reply) {
-    return stream_walk(member, reply, false, rtmp_read);
-}
+int json_rtmp_get_ctrl(cJSON* member, cJSON* reply) { return stream_walk(member, reply, false, rtmp_read); }
 int json_rtmp_set_ctrl(cJSON* member, cJSON* reply) { return stream_walk(member, reply, true, rtmp_write); }
 
 int json_multicast_get_ctrl(cJSON* member, cJSON* reply) {

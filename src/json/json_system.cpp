@@ -128,7 +128,9 @@ cJSON* record_value(const Row& row) {
     return block != nullptr ? field_value(row.value, block) : nullptr;
 }
 
-int answer_record(const Row& row, cJSON* item, cJSON* answer) { return give(item, answer, record_value(row)); }
+int answer_record(const Row& row, cJSON* item, cJSON* answer) {
+    return give(item, answer, record_value(row));
+}
 int answer_text(const Row& row, cJSON* item, cJSON* answer) {
     return give(item, answer, cJSON_CreateString(row.text));
 }
@@ -177,8 +179,8 @@ int get_time(const Row&, cJSON* item, cJSON* answer) {
 
 // The image summary is read through the image section's own table.
 constexpr std::array<const char*, 10> kImageSummary{
-    "focus_mode", "exposure_mode", "WB_mode",  "brightness", "sharpness",
-    "contrast",   "saturation",    "mirror",   "flip",       "vo_resolution",
+    "focus_mode", "exposure_mode", "WB_mode", "brightness", "sharpness",
+    "contrast",   "saturation",    "mirror",  "flip",       "vo_resolution",
 };
 
 int get_image(const Row&, cJSON* item, cJSON* answer) {
@@ -223,7 +225,9 @@ constexpr auto kFeatures = std::to_array<Field>({
 // The feature rows read no block; any non-null one will do.
 constexpr uint8_t kNoBlock = 0;
 
-int get_support(const Row&, cJSON* item, cJSON* answer) { return fields_read(kFeatures, &kNoBlock, item, answer); }
+int get_support(const Row&, cJSON* item, cJSON* answer) {
+    return fields_read(kFeatures, &kNoBlock, item, answer);
+}
 
 // ---- power schedule ------------------------------------------------------------------------
 
@@ -254,8 +258,9 @@ constexpr auto kPowerRows = std::to_array<Field>({own_field("task").indexed(kTas
 
 int get_power(const Row&, cJSON* item, cJSON* answer) {
     const SysState* state = sys_state(1);
-    return fields_read(kPowerRows, state != nullptr ? reinterpret_cast<const uint8_t*>(state->power) : nullptr,
-                       item, answer);
+    return fields_read(kPowerRows,
+                       state != nullptr ? reinterpret_cast<const uint8_t*>(state->power) : nullptr, item,
+                       answer);
 }
 
 // Each "taskN" object overwrites the numbers it carries; anything that is not
@@ -279,8 +284,8 @@ int set_power(const Row&, cJSON* item, cJSON* answer) {
     }
     if (sys_send_block<SysCmd::power_schedule>(tasks) != 0) return give(item, answer, nullptr);
     cJSON* all = cJSON_CreateTrue();
-    const int result = fields_read(kPowerRows, reinterpret_cast<const uint8_t*>(tasks.data()), all,
-                                   item->string, answer);
+    const int result =
+        fields_read(kPowerRows, reinterpret_cast<const uint8_t*>(tasks.data()), all, item->string, answer);
     cJSON_Delete(all);
     return result;
 }
@@ -295,7 +300,8 @@ cJSON* sd_size(const Field& row, const uint8_t*, int) {
     struct statfs fs {};
     if (sd_state() != 1 || statfs(kSdMount, &fs) != 0) return cJSON_CreateFalse();
     const unsigned long long blocks = row.arg == 0 ? fs.f_blocks : fs.f_bavail;
-    return cJSON_CreateNumber(static_cast<double>((blocks * static_cast<unsigned long long>(fs.f_bsize)) >> 20));
+    return cJSON_CreateNumber(
+        static_cast<double>((blocks * static_cast<unsigned long long>(fs.f_bsize)) >> 20));
 }
 cJSON* sd_state_value(const Field&, const uint8_t*, int) { return cJSON_CreateNumber(sd_state()); }
 
@@ -324,7 +330,8 @@ int get_sd(const Row&, cJSON* item, cJSON* answer) { return fields_read(kSdField
 // is a plain name.
 bool plain_name(std::string_view name) {
     return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+               c == '-';
     });
 }
 
@@ -366,7 +373,8 @@ bool sd_delete_one(const cJSON* name) {
 bool sd_delete(const cJSON* item) {
     if (!cJSON_IsArray(item)) return sd_delete_one(item);
     bool all = true;
-    for (const cJSON* name = item->child; name != nullptr; name = name->next) all = sd_delete_one(name) && all;
+    for (const cJSON* name = item->child; name != nullptr; name = name->next)
+        all = sd_delete_one(name) && all;
     return all;
 }
 
@@ -425,7 +433,8 @@ int get_log(const Row&, cJSON* item, cJSON* answer) {
 
 template <typename T>
 void put_le(uint8_t* at, T value) {
-    for (size_t i = 0; i < sizeof(T); ++i) at[i] = static_cast<uint8_t>(static_cast<uint64_t>(value) >> (8 * i));
+    for (size_t i = 0; i < sizeof(T); ++i)
+        at[i] = static_cast<uint8_t>(static_cast<uint64_t>(value) >> (8 * i));
 }
 
 // Writes the header and the archive behind it; false on any failure, with no
@@ -451,7 +460,8 @@ bool write_params(FILE* archive, uint32_t archive_length) {
         char line[96];
         std::snprintf(line, sizeof line, "rm -f %s", kParamsFile);
         pox_system(line);
-        LOG_ERR("%s write failed!  %d  %d\n", kParamsFile, static_cast<int>(written), static_cast<int>(total));
+        LOG_ERR("%s write failed!  %d  %d\n", kParamsFile, static_cast<int>(written),
+                static_cast<int>(total));
         return false;
     }
     return true;
@@ -531,8 +541,7 @@ int set_login(const Row&, cJSON* item, cJSON* answer) {
     std::memcpy(payload.data(), user.data(), user.size());
     std::memcpy(payload.data() + 16, password.data(), password.size());
     std::memcpy(payload.data() + 32, &info->userWord, sizeof info->userWord);
-    if (sys_send_block<SysCmd::login>(payload) != 0)
-        return give(item, answer, nullptr);
+    if (sys_send_block<SysCmd::login>(payload) != 0) return give(item, answer, nullptr);
     json_access_key_update();
     return give(item, answer, cJSON_CreateNumber(json_access_key()));
 }
@@ -551,8 +560,8 @@ int start_update(const Row&, cJSON* item, cJSON* answer) {
     if (port < 0) return give(item, answer, nullptr);
     pox_system("killall websocketserver");
     char line[128];
-    std::snprintf(line, sizeof line, "/opt/ipnc/websocketserver -p %d -s %d 1>/dev/console 2>/dev/console &", port,
-                  item->valueint);
+    std::snprintf(line, sizeof line, "/opt/ipnc/websocketserver -p %d -s %d 1>/dev/console 2>/dev/console &",
+                  port, item->valueint);
     SysState* state = sys_state(1);
     if (pox_system(line) != 0 || state == nullptr) return give(item, answer, nullptr);
     state->updateProgress = 1;
@@ -596,8 +605,8 @@ int set_clock(const Row& row, cJSON* item, cJSON* answer) {
         now.tm_sec = c;
     }
     char line[160];
-    std::snprintf(line, sizeof line, "date -s \"%d-%d-%d %d:%d:%d\";hwclock -w &", now.tm_year + 1900, now.tm_mon + 1,
-                  now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec);
+    std::snprintf(line, sizeof line, "date -s \"%d-%d-%d %d:%d:%d\";hwclock -w &", now.tm_year + 1900,
+                  now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec);
     pox_system(line);
     const std::tm after = local_now();
     cJSON* value = nullptr;
@@ -640,7 +649,8 @@ constexpr auto kGetRows = std::to_array<Row>({
     own("support", Want::yes_or_object, get_support),
     own("sd", Want::yes_or_object, get_sd),
     own("log", Want::text, get_log),
-    record_row("workMode", Want::any, Rec::info, field("workMode", FieldForm::i32, offsetof(SysInfo, workMode))),
+    record_row("workMode", Want::any, Rec::info,
+               field("workMode", FieldForm::i32, offsetof(SysInfo, workMode))),
     own("language", Want::any, answer_nothing),
     info_text("device_name", offsetof(SysInfo, device_name), sizeof(SysInfo::device_name)),
     info_text("serial_number", offsetof(SysInfo, serial_number), sizeof(SysInfo::serial_number)),

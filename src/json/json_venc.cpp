@@ -5,7 +5,6 @@
 // codec.
 #include "json/json_venc.h"
 
-
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -22,7 +21,21 @@ namespace {
 constexpr int kKeyFramesMax = 60;
 
 // ---- the record ----------------------------------------------------------------------
-enum Word : size_t { kIndex, kEnable, kCol, kLine, kRate, kFrac, kCodec, kRc, kW8, kW9, kW10, kMinQp, kMaxQp };
+enum Word : size_t {
+    kIndex,
+    kEnable,
+    kCol,
+    kLine,
+    kRate,
+    kFrac,
+    kCodec,
+    kRc,
+    kW8,
+    kW9,
+    kW10,
+    kMinQp,
+    kMaxQp
+};
 enum Codec : uint32_t { kH264 = 0, kMjpeg = 1, kH265 = 2 };
 enum Rc : uint32_t { kCbr = 0, kVbr = 1 };
 
@@ -101,7 +114,8 @@ bool parse_format(const char* name, Record& r) {
     unsigned col = 0, line = 0;
     char rate[16] = "";
     char tail = 0;
-    if (name == nullptr || std::sscanf(name, "%uX%uP@%15[0-9.]Hz%c", &col, &line, rate, &tail) != 3) return false;
+    if (name == nullptr || std::sscanf(name, "%uX%uP@%15[0-9.]Hz%c", &col, &line, rate, &tail) != 3)
+        return false;
     const Size* size = size_of(col, line);
     if (size == nullptr) return false;
     for (const RateName& n : kRates) {
@@ -117,10 +131,12 @@ bool parse_format(const char* name, Record& r) {
 
 }  // namespace
 
-void json_venc_format_name(uint32_t col, uint32_t line, uint32_t rate, uint32_t frac, char* out, size_t size) {
+void json_venc_format_name(uint32_t col, uint32_t line, uint32_t rate, uint32_t frac, char* out,
+                           size_t size) {
     const Size* s = size_of(col, line);
     for (const RateName& n : kRates) {
-        if (s == nullptr || (n.groups & s->group) == 0 || n.rate != rate || n.frac != (frac != 0 ? 1u : 0u)) continue;
+        if (s == nullptr || (n.groups & s->group) == 0 || n.rate != rate || n.frac != (frac != 0 ? 1u : 0u))
+            continue;
         std::snprintf(out, size, "%uX%uP@%.*sHz", col, line, static_cast<int>(n.text.size()), n.text.data());
         return;
     }
@@ -145,7 +161,9 @@ Record record_of(const SysInfo& info, const Stream& s) {
 }
 
 void add_number(cJSON* out, const char* key, uint32_t value) { json_answer_number(out, key, value); }
-void add_text(cJSON* out, const char* key, const char* text) { json_answer(out, key, cJSON_CreateString(text)); }
+void add_text(cJSON* out, const char* key, const char* text) {
+    json_answer(out, key, cJSON_CreateString(text));
+}
 
 // The whole stream as a client sees it.
 cJSON* stream_answer(const SysInfo& info, const Stream& s) {
@@ -245,8 +263,8 @@ bool switch_codec(Record& r, uint32_t codec, const Stream& s) {
     const SavedCodecs* saved = from != kMjpeg ? sys_saved_codecs() : nullptr;
     const size_t slot = codec == kH265 ? 1 : 0;
     // A slot never saved is all zeros: no picture size.
-    if (saved != nullptr && saved->magic == kInfoMagic && saved->stream[s.index][slot].word[kCodec] == codec &&
-        saved->stream[s.index][slot].word[kCol] != 0) {
+    if (saved != nullptr && saved->magic == kInfoMagic &&
+        saved->stream[s.index][slot].word[kCodec] == codec && saved->stream[s.index][slot].word[kCol] != 0) {
         for (size_t w = kRc; w <= kMaxQp; ++w) r[w] = saved->stream[s.index][slot].word[w];
         return true;
     }
@@ -265,7 +283,8 @@ bool switch_rc(Record& r, uint32_t rc) {
     const bool had_bitrate = bitrate_word(r) >= 0;
     Record next = r;
     next[kRc] = rc;
-    if (next[kCodec] == kMjpeg && !had_bitrate && bitrate_word(next) >= 0 && !default_bitrate(next, next[kW8]))
+    if (next[kCodec] == kMjpeg && !had_bitrate && bitrate_word(next) >= 0 &&
+        !default_bitrate(next, next[kW8]))
         return false;
     if (next[kCodec] == kH264 && rc == kVbr) {
         next[kMinQp] = kMinQpVbr;
@@ -286,7 +305,17 @@ uint32_t ndi_bitrate(const Record& r) {
 
 // What a request asks of a stream, gathered before any of it is applied
 // (-1: not asked).
-enum Ask : size_t { kAskCodec, kAskRc, kAskProfile, kAskBitrate, kAskInterval, kAskMinQp, kAskMaxQp, kAskKeyFrames, kAsks };
+enum Ask : size_t {
+    kAskCodec,
+    kAskRc,
+    kAskProfile,
+    kAskBitrate,
+    kAskInterval,
+    kAskMinQp,
+    kAskMaxQp,
+    kAskKeyFrames,
+    kAsks
+};
 using Wanted = std::array<int64_t, kAsks>;
 
 bool take_format(const cJSON* m, Record& r) { return cJSON_IsString(m) && parse_format(m->valuestring, r); }
@@ -355,7 +384,8 @@ cJSON* write_stream(const Stream& s, cJSON* request) {
     auto refuse = [&taken](const char* key) {
         if (cJSON* m = cJSON_GetObjectItem(taken.get(), key); m != nullptr) m->type = cJSON_False;
     };
-    if (asked(kAskCodec) && value(kAskCodec) != r[kCodec] && !switch_codec(r, value(kAskCodec), s)) refuse("mode");
+    if (asked(kAskCodec) && value(kAskCodec) != r[kCodec] && !switch_codec(r, value(kAskCodec), s))
+        refuse("mode");
     if (asked(kAskRc) && value(kAskRc) != r[kRc] && !switch_rc(r, value(kAskRc))) refuse("rcmode");
     if (asked(kAskProfile) && r[kCodec] == kH264) r[kW8] = value(kAskProfile);
     const int bitrate = bitrate_word(r), interval = interval_word(r);
@@ -388,20 +418,24 @@ struct Ability {
     uint32_t interval_min;
     uint64_t formats;
 };
-constexpr Ability kMain{{3840, 2160, 1920, 1080, 1280, 720, 1024, 576}, 8, {512, 32768}, 1, 0xc000001f9f83fULL};
+constexpr Ability kMain{
+    {3840, 2160, 1920, 1080, 1280, 720, 1024, 576}, 8, {512, 32768}, 1, 0xc000001f9f83fULL};
 constexpr Ability kSub{{720, 480, 640, 480, 640, 360}, 6, {512, 5120}, 1, 0x3ffff00000000ULL};
 constexpr Ability kSubNdi{{640, 360}, 2, {512, 2048}, 5, 0x3f00000000ULL};
 
 cJSON* numbers(const uint32_t* values, size_t count) {
     cJSON* list = cJSON_CreateArray();
-    for (size_t i = 0; i < count && list != nullptr; ++i) cJSON_AddItemToArray(list, cJSON_CreateNumber(values[i]));
+    for (size_t i = 0; i < count && list != nullptr; ++i)
+        cJSON_AddItemToArray(list, cJSON_CreateNumber(values[i]));
     return list;
 }
 
 cJSON* ability_answer(const Stream& s) {
     const SysInfo* info = sys_info();
     if (info == nullptr) return nullptr;
-    const Ability& a = s.index == 0 ? kMain : (info->ndiFlag516 != 0 && info->ndi_enable != 0) ? kSubNdi : kSub;
+    const Ability& a = s.index == 0                                       ? kMain
+                       : (info->ndiFlag516 != 0 && info->ndi_enable != 0) ? kSubNdi
+                                                                          : kSub;
     cJSON* out = cJSON_CreateObject();
     if (out == nullptr) return nullptr;
     const uint32_t rates[2] = {15, 60};
@@ -428,6 +462,7 @@ int json_venc_get_ctrl(cJSON* member, cJSON* reply) {
 int json_venc_set_ctrl(cJSON* member, cJSON* reply) { return stream_walk(member, reply, true, write_stream); }
 
 int json_venc_ability_get_ctrl(cJSON* member, cJSON* reply) {
-    return stream_walk(member, reply, false,
-                       [](const Stream& s, cJSON* item) -> cJSON* { return selected(ability_answer(s), item); });
+    return stream_walk(member, reply, false, [](const Stream& s, cJSON* item) -> cJSON* {
+        return selected(ability_answer(s), item);
+    });
 }

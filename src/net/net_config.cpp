@@ -53,7 +53,9 @@ private:
     int fd_;
 };
 
-FilePtr open_file(const std::string& path, const char* mode) { return FilePtr(std::fopen(path.c_str(), mode)); }
+FilePtr open_file(const std::string& path, const char* mode) {
+    return FilePtr(std::fopen(path.c_str(), mode));
+}
 
 ifreq make_ifreq(const char* ifname) {
     ifreq ifr{};

@@ -205,10 +205,10 @@ static_assert(sizeof(PowerTask) == 12);
 
 // One stream's RTMP push in the state record.
 struct RtmpPush {
-    uint8_t enable;     // 0
-    uint8_t status;     // 1  kept by the system server
+    uint8_t enable;  // 0
+    uint8_t status;  // 1  kept by the system server
     uint8_t reserved[6];
-    char url[256];      // 8
+    char url[256];  // 8
 };
 static_assert(sizeof(RtmpPush) == 264 && offsetof(RtmpPush, url) == 8);
 

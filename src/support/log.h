@@ -17,14 +17,14 @@ void tint_force(int fd, int on);
 
 // LOG_ERR under a function name of the caller's choosing, for a helper that
 // reports on behalf of the function that called it.
-#define LOG_ERR_AS(func, fmt, ...)                                                                     \
-    do {                                                                                               \
-        if (g_print_level >= 2) {                                                                      \
-            std::fprintf(stderr, "%s[%s]-%d: %s" fmt, tint(Tint::red), func, __LINE__, tint(Tint::end),     \
-                         ##__VA_ARGS__);                                                               \
-            std::fflush(stdout);                                                                       \
-            elog_output(ELOG_LVL_WARN, "NO_TAG", __FILE_NAME__, func, __LINE__, fmt, ##__VA_ARGS__);   \
-        }                                                                                              \
+#define LOG_ERR_AS(func, fmt, ...)                                                                      \
+    do {                                                                                                \
+        if (g_print_level >= 2) {                                                                       \
+            std::fprintf(stderr, "%s[%s]-%d: %s" fmt, tint(Tint::red), func, __LINE__, tint(Tint::end), \
+                         ##__VA_ARGS__);                                                                \
+            std::fflush(stdout);                                                                        \
+            elog_output(ELOG_LVL_WARN, "NO_TAG", __FILE_NAME__, func, __LINE__, fmt, ##__VA_ARGS__);    \
+        }                                                                                               \
     } while (0)
 #define LOG_ERR(fmt, ...) LOG_ERR_AS(__func__, fmt, ##__VA_ARGS__)
 
@@ -39,7 +39,7 @@ void tint_force(int fd, int on);
 #define LOG_DBG(fmt, ...)                                                                                 \
     do {                                                                                                  \
         if (g_print_level >= 4) {                                                                         \
-            std::fprintf(stderr, "%s" fmt "%s", tint(Tint::cyan), ##__VA_ARGS__, tint(Tint::end));       \
+            std::fprintf(stderr, "%s" fmt "%s", tint(Tint::cyan), ##__VA_ARGS__, tint(Tint::end));        \
             elog_output(ELOG_LVL_DEBUG, "NO_TAG", __FILE_NAME__, __func__, __LINE__, fmt, ##__VA_ARGS__); \
         }                                                                                                 \
     } while (0)

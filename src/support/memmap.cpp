@@ -167,7 +167,8 @@ void* map_file(const char* path, uint32_t length, bool writable) {
     const char* end = writable ? "" : "\n";
     // The comparison with 0 is kept as the library always made it.
     if (addr == nullptr) {
-        LOG_ERR("Memory Map Failure. Map File %s, length:0x%08lX%s", path, static_cast<unsigned long>(length), end);
+        LOG_ERR("Memory Map Failure. Map File %s, length:0x%08lX%s", path, static_cast<unsigned long>(length),
+                end);
         return nullptr;
     }
     LOG_ERR("Memory Map OK. Map File: %s, length:%#X, addr:0x%08lX%s", path, length,

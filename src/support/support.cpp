@@ -309,8 +309,8 @@ void process_info_print(const char* program_path) {
     const int pid = static_cast<int>(::getpid());
     if (g_print_level >= 3) {
         std::fprintf(stderr, "%s%s\n%s", tint(Tint::red), name, tint(Tint::end));
-        std::fprintf(stderr, "%s%s %s\t%s\t%d\n%s", tint(Tint::magenta), __DATE__, __TIME__, version.c_str(), pid,
-                     tint(Tint::end));
+        std::fprintf(stderr, "%s%s %s\t%s\t%d\n%s", tint(Tint::magenta), __DATE__, __TIME__, version.c_str(),
+                     pid, tint(Tint::end));
     }
     elog_output(ELOG_LVL_INFO, "NO_TAG", __FILE_NAME__, __func__, __LINE__, "%s\n", name);
     elog_output(ELOG_LVL_INFO, "NO_TAG", __FILE_NAME__, __func__, __LINE__, "%s %s\t%s\t%d\n", __DATE__,

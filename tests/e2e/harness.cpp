@@ -42,8 +42,10 @@ std::string run_program(const std::vector<std::string>& argv, std::string_view i
     if (pid == 0) {
         ::dup2(in, 0);
         ::dup2(out[1], 1);
-        if (env) ::execve(args[0], args.data(), vars.data());
-        else ::execvp(args[0], args.data());
+        if (env)
+            ::execve(args[0], args.data(), vars.data());
+        else
+            ::execvp(args[0], args.data());
         ::_exit(127);
     }
     ::close(in);
@@ -51,8 +53,10 @@ std::string run_program(const std::vector<std::string>& argv, std::string_view i
     std::string text;
     char buf[4096];
     for (ssize_t n; (n = ::read(out[0], buf, sizeof buf)) != 0;) {
-        if (n > 0) text.append(buf, static_cast<size_t>(n));
-        else if (errno != EINTR) break;
+        if (n > 0)
+            text.append(buf, static_cast<size_t>(n));
+        else if (errno != EINTR)
+            break;
     }
     ::close(out[0]);
     if (pid > 0) ::waitpid(pid, nullptr, 0);
@@ -92,8 +96,8 @@ std::string fcgi(const std::map<std::string, std::string>& env, std::string_view
     std::vector<std::string> vars;
     for (const auto& [name, value] : env) vars.push_back(name + "=" + value);
     // A hung responder costs the suite 20 s, not the whole run.
-    return run_program({"/usr/bin/timeout", "20", "/usr/bin/cgi-fcgi", "-bind", "-connect", socket},
-                       body, &vars);
+    return run_program({"/usr/bin/timeout", "20", "/usr/bin/cgi-fcgi", "-bind", "-connect", socket}, body,
+                       &vars);
 }
 
 std::string get(std::string_view query) {

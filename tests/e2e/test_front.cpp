@@ -30,6 +30,7 @@ struct Exchange {
 }  // namespace
 
 TEST(FrontE2E, RequestsThroughTheFastCgiStream) {
+    // clang-format off
     const Exchange rows[] = {
         {"no method", {{"QUERY_STRING", "camdata"}}, "", ""},
         {"no query", {{"REQUEST_METHOD", "GET"}}, "", ""},
@@ -53,6 +54,7 @@ TEST(FrontE2E, RequestsThroughTheFastCgiStream) {
          {{"REQUEST_METHOD", "POST"}, {"QUERY_STRING", "path=update"}, {"CONTENT_LENGTH", "5000"}},
          std::string(5000, 'u'), kErrorParams},
     };
+    // clang-format on
     const std::string upload = read_file(run_path("root/tmp/update.bin"));
     for (const Exchange& x : rows) EXPECT_EQ(fcgi(x.env, x.body), x.reply) << x.name;
     EXPECT_EQ(read_file(run_path("root/tmp/update.bin")), upload);
@@ -80,20 +82,34 @@ TEST(FrontE2E, PostCommandsAndTheirPackets) {
     };
     const PostCase cases[] = {
         {"sendPTZ", R"({"type":9,"speed":5})", R"({"status":1,"type":9,"speed":5})", {"81 01 04 07 25 ff"}},
-        {"sendPTZ", R"({"type":3,"speed":300})", R"({"status":1,"type":3,"speed":300})", {"81 01 06 01 2c 2c 02 03 ff"}},
-        {"sendPTZ", R"({"type":0,"speed":4})", R"({"status":1,"type":0,"speed":4})", {"81 01 06 01 04 04 03 03 ff"}},
-        {"sendPTZ", R"({"type":6,"speed":21})", R"({"status":1,"type":6,"speed":21})",
+        {"sendPTZ",
+         R"({"type":3,"speed":300})",
+         R"({"status":1,"type":3,"speed":300})",
+         {"81 01 06 01 2c 2c 02 03 ff"}},
+        {"sendPTZ",
+         R"({"type":0,"speed":4})",
+         R"({"status":1,"type":0,"speed":4})",
+         {"81 01 06 01 04 04 03 03 ff"}},
+        {"sendPTZ",
+         R"({"type":6,"speed":21})",
+         R"({"status":1,"type":6,"speed":21})",
          {"81 01 04 38 03 ff", "81 01 04 08 35 ff"}},
         {"sendPTZ", R"({"type":11,"speed":1})", R"({"status":1,"type":11,"speed":1})", {"81 01 04 07 00 ff"}},
         {"sendPTZ", R"({"type":12,"speed":1})", R"({"status":1,"type":12,"speed":1})", {}},
         {"sendPTZ", R"({"type":9})", R"({"status":-1,"message":Invalid params})", {}},
-        {"sendPreset", R"({"index":3,"control":"SET"})", R"({"status":1,"index":3,"speed":"SET"})",
+        {"sendPreset",
+         R"({"index":3,"control":"SET"})",
+         R"({"status":1,"index":3,"speed":"SET"})",
          {"81 01 04 3f 01 00 03 ff"}},
-        {"sendPreset", R"({"index":260,"control":"add"})", R"({"status":1,"index":260,"speed":"add"})",
+        {"sendPreset",
+         R"({"index":260,"control":"add"})",
+         R"({"status":1,"index":260,"speed":"add"})",
          {"81 01 04 3f 00 00 04 ff"}},
         {"sendPreset", R"({"index":2,"control":"jump"})", R"({"status":0,"index":2,"speed":"jump"})", {}},
         // leave no preset behind for the suites that follow
-        {"sendPreset", R"({"index":4,"control":"del"})", R"({"status":1,"index":4,"speed":"del"})",
+        {"sendPreset",
+         R"({"index":4,"control":"del"})",
+         R"({"status":1,"index":4,"speed":"del"})",
          {"81 01 04 3f 02 00 04 ff"}},
     };
     Journal visca("visca.log");
@@ -108,11 +124,13 @@ TEST(FrontE2E, DeviceSummaryAndPaths) {
     const std::string summary = get("controlhub");
     ASSERT_EQ(summary.rfind(kJson, 0), 0u);
     const std::string body = body_of(summary);
-    for (const char* member : {"\"name\":\t\"PTZ-4K1\"", "\"sn\":\t\"PTZ4K1000001\"", "\"module-name\":\t\"camera\"",
-                               "\"firmware-ver\":\t\"V650\"", "\"img-preview\":\ttrue"})
+    for (const char* member :
+         {"\"name\":\t\"PTZ-4K1\"", "\"sn\":\t\"PTZ4K1000001\"", "\"module-name\":\t\"camera\"",
+          "\"firmware-ver\":\t\"V650\"", "\"img-preview\":\ttrue"})
         EXPECT_NE(body.find(member), std::string::npos) << member << body;
     EXPECT_LT(body.find("\"timeout-sec\":\t0"), body.find("\"result\":\t0"));
-    for (const char* query : {"path=/mw-api/v1/device/summary", "path=/MW-API/V1/DEVICE/SUMMARY", "controlhubXYZ"})
+    for (const char* query :
+         {"path=/mw-api/v1/device/summary", "path=/MW-API/V1/DEVICE/SUMMARY", "controlhubXYZ"})
         EXPECT_EQ(get(query), summary) << query;
     EXPECT_EQ(get("path=/mw-api/v1/device/other"), "");
 }

@@ -29,18 +29,18 @@ constexpr const char* kMarker = "PWNED";
 // Texts that must never reach a shell or a path, nor spill over a field.
 std::vector<std::string> hostile_texts() {
     std::vector<std::string> t = {
-        "$(touch /tmp/PWNED)", "`touch /tmp/PWNED`", "; touch /tmp/PWNED #", "| touch /tmp/PWNED",
-        "&& touch /tmp/PWNED", "\\n touch /tmp/PWNED", "../../../../tmp/PWNED", "/tmp/PWNED",
-        "%s%s%s%s%n", "\\u0001\\u001f\\u007f", "a\\u0000PWNED", "\\\" PWNED \\\"",
+        "$(touch /tmp/PWNED)", "`touch /tmp/PWNED`",    "; touch /tmp/PWNED #",  "| touch /tmp/PWNED",
+        "&& touch /tmp/PWNED", "\\n touch /tmp/PWNED",  "../../../../tmp/PWNED", "/tmp/PWNED",
+        "%s%s%s%s%n",          "\\u0001\\u001f\\u007f", "a\\u0000PWNED",         "\\\" PWNED \\\"",
     };
     for (size_t n : {15, 16, 31, 32, 63, 64, 127, 128, 129, 255, 256, 1000}) t.push_back(std::string(n, 'P'));
     return t;
 }
 // Numbers at and past every width ("NaN" is no JSON: the whole request is
 // answered as such).
-const std::vector<std::string> kNumbers = {"-1",         "256",        "65536",       "2147483647", "2147483648",
-                                           "4294967295", "4294967296", "-2147483649", "1e300",      "-1e300",
-                                           "0.5",        "NaN"};
+const std::vector<std::string> kNumbers = {"-1",         "256",        "65536",      "2147483647",
+                                           "2147483648", "4294967295", "4294967296", "-2147483649",
+                                           "1e300",      "-1e300",     "0.5",        "NaN"};
 const std::vector<std::string> kWrongTypes = {"true", "null", "[]", "{}", "[1,2,3]", "{\"a\":{\"b\":1}}"};
 
 struct Section {
@@ -60,8 +60,9 @@ constexpr Section kSections[] = {
     {"audio", "true"},
     {"record", "true"},
     {"NTP", "true"},
-    {"image", R"({"WB_mode":true,"exposure_mode":true,"focus_mode":true,"anti_flicker":true,"brightness":true,)"
-              R"("contrast":true,"saturation":true,"sharpness":true,"gamma":true})"},
+    {"image",
+     R"({"WB_mode":true,"exposure_mode":true,"focus_mode":true,"anti_flicker":true,"brightness":true,)"
+     R"("contrast":true,"saturation":true,"sharpness":true,"gamma":true})"},
     {"system", R"({"TZ":true,"device_name":true,"workMode":true})"},
 };
 // Members whose value changes by itself between two reads.
@@ -147,15 +148,18 @@ TEST(Hostile, EveryMemberOfEveryWritableSection) {
                 for (const auto& [other, was] : read_section(s)) {
                     const std::string leaf = other.substr(other.rfind('/') + 1);
                     if (other == path || moving.count(other) != 0 || moving.count(leaf) != 0) continue;
-                    EXPECT_EQ(was, now.count(other) != 0 ? now.at(other) : was) << request << " changed " << other;
+                    EXPECT_EQ(was, now.count(other) != 0 ? now.at(other) : was)
+                        << request << " changed " << other;
                 }
             }
         }
     }
     // The system section's own text members and actions.
-    for (const char* member : {"login", "post_update", "system_control", "log", "date", "time", "serial_number"}) {
+    for (const char* member :
+         {"login", "post_update", "system_control", "log", "date", "time", "serial_number"}) {
         for (const std::string& t : texts) {
-            const std::string request = std::string("func=set{\"system\":{\"") + member + "\":" + quoted_json(t) + "}}";
+            const std::string request =
+                std::string("func=set{\"system\":{\"") + member + "\":" + quoted_json(t) + "}}";
             expect_answered(request, get(request));
             ++sent;
         }
@@ -177,8 +181,11 @@ TEST(Hostile, EveryRoute) {
         return s + "1" + std::string(1100, '}');
     }();
     const std::vector<std::string> gets = {
-        "func=get" + deep, "func=set" + deep_object.substr(0, 2000), R"(func=set{"audio":{"volume":5,"volume":6}})",
-        R"(func=set{"audio":{"volume":5},"audio":{"volume":6}})", "func=get{\"image\":" + deep.substr(0, 1900) + "}",
+        "func=get" + deep,
+        "func=set" + deep_object.substr(0, 2000),
+        R"(func=set{"audio":{"volume":5,"volume":6}})",
+        R"(func=set{"audio":{"volume":5},"audio":{"volume":6}})",
+        "func=get{\"image\":" + deep.substr(0, 1900) + "}",
     };
     for (const std::string& q : gets) expect_answered(q.substr(0, 80), get(q));
     for (const std::string& t : hostile_texts()) {
@@ -193,8 +200,10 @@ TEST(Hostile, EveryRoute) {
         }
         EXPECT_FALSE(post("path=update", t).empty());  // not armed: refused, answered
     }
-    for (const std::string& body : {deep.substr(0, 2000), deep_object.substr(0, 2040), std::string("{\"a\":1,\"a\":2}")}) {
-        for (const char* route : {"path=sendPTZ", "path=get", "path=set"}) expect_answered(route, post(route, body));
+    for (const std::string& body :
+         {deep.substr(0, 2000), deep_object.substr(0, 2040), std::string("{\"a\":1,\"a\":2}")}) {
+        for (const char* route : {"path=sendPTZ", "path=get", "path=set"})
+            expect_answered(route, post(route, body));
     }
 }
 

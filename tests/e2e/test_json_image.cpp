@@ -40,6 +40,7 @@ struct Expected {
 TEST(JsonImageRead, EveryKeyOfTheFactoryCamera) {
     json_set("{\"image\":{\"image_reset\":1}}");
     // Keys whose factory value is known, then keys that only must not fail.
+    // clang-format off
     const std::vector<Expected> known{
         {"focus_mode", "\"auto\""}, {"exposure_mode", "\"auto\""}, {"shutter", "11"}, {"iris", "5"},
         {"WB_mode", "\"auto\""}, {"color_temperature", "5000"}, {"digital_zoom_limit", "896"},
@@ -48,6 +49,8 @@ TEST(JsonImageRead, EveryKeyOfTheFactoryCamera) {
         {"sdi2_resolution", "\"1920X1080P@30Hz\""}, {"sdi1_support", "false"}, {"sdi2_support", "false"},
         {"frame_rate", "30"},
     };
+    // clang-format on
+    // clang-format off
     const std::vector<std::string> live{
         "focus_area", "focus_distance", "focus_sensitivity", "abs focus", "anti_flicker",
         "exposure_brightness", "gain", "gain_limit", "R_gain", "B_gain", "mirror", "flip", "freeze",
@@ -58,6 +61,7 @@ TEST(JsonImageRead, EveryKeyOfTheFactoryCamera) {
         "feature_pos", "feature", "digital_zoom", "zoom", "focus", "pan", "tilt",
         "preset zoom speed", "preset move speed", "vo_support",
     };
+    // clang-format on
     std::string request = "{\"image\":{";
     for (const Expected& k : known) request += std::string("\"") + k.key + "\":true,";
     for (const std::string& k : live) request += "\"" + k + "\":true,";
@@ -82,38 +86,66 @@ struct Exchange {
     const char* status;
 };
 const std::vector<Exchange> kExchanges = {
-    {"record values and constants", false,
+    {"record values and constants",
+     false,
      R"({"image":{"digital_zoom":true,"Digital_Zoom_Limit":true,"sdi1_support":true}})",
-     {{"digital_zoom", "128"}, {"Digital_Zoom_Limit", "896"}}, "true"},  // 1024 - the state's 896
-    {"an unknown key as an object only answers false", false, R"({"image":{"bogus":{},"mirror":1}})",
-     {{"bogus", "false"}, {"mirror", "false"}}, "false"},
+     {{"digital_zoom", "128"}, {"Digital_Zoom_Limit", "896"}},
+     "true"},  // 1024 - the state's 896
+    {"an unknown key as an object only answers false",
+     false,
+     R"({"image":{"bogus":{},"mirror":1}})",
+     {{"bogus", "false"}, {"mirror", "false"}},
+     "false"},
     {"an unknown object alone", false, R"({"image":{"bogus":{}}})", {}, "true"},
     {"an unknown key with true", false, R"({"image":{"bogus":true}})", {}, "false"},
     {"auto exposure", true, R"({"image":{"exposure_mode":"auto"}})", {{"exposure_mode", "\"auto\""}}, "true"},
-    {"gates follow the request's order", true, R"({"image":{"iris":10,"exposure_mode":"manual"}})",
-     {{"iris", "false"}, {"exposure_mode", "\"manual\""}}, "false"},
-    {"manual exposure lets iris and gain through, not the gain limit", true,
+    {"gates follow the request's order",
+     true,
+     R"({"image":{"iris":10,"exposure_mode":"manual"}})",
+     {{"iris", "false"}, {"exposure_mode", "\"manual\""}},
+     "false"},
+    {"manual exposure lets iris and gain through, not the gain limit",
+     true,
      R"({"image":{"exposure_mode":"manual","iris":10,"gain":4,"gain_limit":3}})",
-     {{"iris", "10"}, {"gain", "4"}, {"gain_limit", "false"}}, "false"},
-    {"shutter and brightness priorities", true,
+     {{"iris", "10"}, {"gain", "4"}, {"gain_limit", "false"}},
+     "false"},
+    {"shutter and brightness priorities",
+     true,
      R"({"image":{"exposure_mode":"shutter priority","shutter":7,"exposure_mode":"brightness priority","exposure_brightness":9}})",
-     {{"shutter", "7"}, {"exposure_brightness", "9"}}, "true"},
-    {"manual white balance: gains, no temperature", true,
+     {{"shutter", "7"}, {"exposure_brightness", "9"}},
+     "true"},
+    {"manual white balance: gains, no temperature",
+     true,
      R"({"image":{"WB_mode":"manual","R_gain":100,"B_gain":90,"color_temperature":6500}})",
-     {{"R_gain", "100"}, {"B_gain", "90"}, {"color_temperature", "false"}}, "false"},
-    {"temperature white balance", true, R"({"image":{"WB_mode":"temperature","color_temperature":6500}})",
-     {{"WB_mode", "\"temperature\""}, {"color_temperature", "6500"}}, "true"},
-    {"settings answer what the camera reads back", true,
+     {{"R_gain", "100"}, {"B_gain", "90"}, {"color_temperature", "false"}},
+     "false"},
+    {"temperature white balance",
+     true,
+     R"({"image":{"WB_mode":"temperature","color_temperature":6500}})",
+     {{"WB_mode", "\"temperature\""}, {"color_temperature", "6500"}},
+     "true"},
+    {"settings answer what the camera reads back",
+     true,
      R"({"image":{"focus_mode":"MANUAL","focus_distance":"3m","focus_sensitivity":"low","mirror":5,"flip":0,)"
      R"("noise_reduction_3D":5,"ircut":1,"WDR_level":3,"vo_resolution":"1920x1080p@60hz",)"
      R"("sdi1_resolution":"3840X2160P@24Hz","preset zoom speed":5,"FRAME_RATE":25,"focus_mode":"shaky"}})",
-     {{"focus_distance", "\"3m\""}, {"focus_sensitivity", "\"low\""}, {"mirror", "1"}, {"flip", "0"},
-      {"noise_reduction_3D", "5"}, {"ircut", "1"}, {"WDR_level", "3"}, {"vo_resolution", "\"1920X1080P@60Hz\""},
+     {{"focus_distance", "\"3m\""},
+      {"focus_sensitivity", "\"low\""},
+      {"mirror", "1"},
+      {"flip", "0"},
+      {"noise_reduction_3D", "5"},
+      {"ircut", "1"},
+      {"WDR_level", "3"},
+      {"vo_resolution", "\"1920X1080P@60Hz\""},
       {"sdi1_resolution", "false"},  // readable, not settable
-      {"preset zoom speed", "5"}, {"FRAME_RATE", "25"}},
+      {"preset zoom speed", "5"},
+      {"FRAME_RATE", "25"}},
      "false"},
-    {"one push white balance is reported as manual", true, R"({"image":{"WB_mode":"one push"}})",
-     {{"WB_mode", "\"manual\""}}, "true"},
+    {"one push white balance is reported as manual",
+     true,
+     R"({"image":{"WB_mode":"one push"}})",
+     {{"WB_mode", "\"manual\""}},
+     "true"},
 };
 
 TEST(JsonImage, Exchanges) {
@@ -177,10 +209,12 @@ TEST(JsonImageWrite, ActionsAndPresets) {
     body = json_set("{\"image\":{\"abs ctrl\":{\"roll\":1}}}");
     EXPECT_EQ(member(body, "abs ctrl"), "false");
 
-    body = json_set("{\"image\":{\"snap\":\"e2e.jpg\",\"snap\":{\"name\":\"e2e2.jpg\",\"col\":640,"
-                    "\"line\":360}}}");
-    EXPECT_EQ(body, "{\n\t\"image\":\t{\n\t\t\"snap\":\ttrue,\n\t\t\"snap\":\ttrue\n\t},\n"
-                    "\t\"status\":\ttrue\n}\n");
+    body = json_set(
+        "{\"image\":{\"snap\":\"e2e.jpg\",\"snap\":{\"name\":\"e2e2.jpg\",\"col\":640,"
+        "\"line\":360}}}");
+    EXPECT_EQ(body,
+              "{\n\t\"image\":\t{\n\t\t\"snap\":\ttrue,\n\t\t\"snap\":\ttrue\n\t},\n"
+              "\t\"status\":\ttrue\n}\n");
 }
 
 TEST(JsonImageWrite, FeatureSlotsStoreAndReadBack) {

@@ -15,9 +15,10 @@ using namespace e2e;
 TEST(ServiceE2E, FullNdiOverTheBoardsExport) {
     Journal shell("shell.log");
     Journal visca("visca.log");
-    EXPECT_EQ(compact(R"(func=get{"full ndi":{"device name":true,"multicast":true,"discovery server":true}})"),
-              R"({"full ndi":{"device name":"PTZ-4K1","multicast":{"enable":0,"IP":"239.255.0.0","Mask":"255.255.0.0",)"
-              R"("TTL":1},"discovery server":""},"status":true})");
+    EXPECT_EQ(
+        compact(R"(func=get{"full ndi":{"device name":true,"multicast":true,"discovery server":true}})"),
+        R"({"full ndi":{"device name":"PTZ-4K1","multicast":{"enable":0,"IP":"239.255.0.0","Mask":"255.255.0.0",)"
+        R"("TTL":1},"discovery server":""},"status":true})");
     const std::vector<std::string> mounted = shell.take(2);
     EXPECT_TRUE(has_line(mounted, "192.168.1.101:/opt/ndi /mnt/fpga"));
     EXPECT_TRUE(has_line(mounted, "umount -fl /mnt/fpga"));

@@ -21,10 +21,12 @@ TEST(JsonSystemE2E, FirmwareUpdateFlow) {
               R"({"system":{"post_update":true},"status":true})");
     const std::string first(3000, 'a'), second = std::string(1500, 'b') + std::string(1, '\0') + "tail";
     EXPECT_EQ(body_of(post("path=update", first)), "{\"status\":1,\"size\":3000}");
-    EXPECT_EQ(body_of(post("path=update", second)), "{\"status\":1,\"size\":" + std::to_string(second.size()) + "}");
+    EXPECT_EQ(body_of(post("path=update", second)),
+              "{\"status\":1,\"size\":" + std::to_string(second.size()) + "}");
     const std::string image = run_path("root/tmp/update.bin");
     EXPECT_EQ(read_file(image), first + second);
-    ASSERT_EQ(compact(R"(func=set{"system":{"post_update":"end"}})"), R"({"system":{"post_update":true},"status":true})");
+    ASSERT_EQ(compact(R"(func=set{"system":{"post_update":"end"}})"),
+              R"({"system":{"post_update":true},"status":true})");
     EXPECT_TRUE(has_line(shell.wait_lines(1), "/opt/ipnc/sys_update"));
     EXPECT_EQ(body_of(post("path=update", "more")), kErrorParams);
     EXPECT_EQ(read_file(image), first + second);
@@ -64,7 +66,8 @@ TEST(JsonSystemE2E, ParameterExport) {
     const std::string file = read_file(run_path("root/opt/ipnc/www/fw_params.bin"));
     ASSERT_GT(file.size(), 344u);
     auto u32 = [&](size_t at) {
-        return static_cast<uint32_t>(static_cast<uint8_t>(file[at]) | static_cast<uint8_t>(file[at + 1]) << 8 |
+        return static_cast<uint32_t>(static_cast<uint8_t>(file[at]) |
+                                     static_cast<uint8_t>(file[at + 1]) << 8 |
                                      static_cast<uint8_t>(file[at + 2]) << 16 |
                                      static_cast<uint32_t>(static_cast<uint8_t>(file[at + 3])) << 24);
     };
@@ -91,7 +94,8 @@ TEST(JsonSystemE2E, LogLinks) {
     const std::string app = compact(R"(func=get{"system":{"log":"app"}})");
     for (const std::string& path : rotated) std::remove(path.c_str());
     std::string want = R"({"system":{"log":["http://192.168.1.100:80/tmp/system.log")";
-    for (int n = 0; n < 8; ++n) want += ", \"http://192.168.1.100:80/tmp/system.log." + std::to_string(n) + "\"";
+    for (int n = 0; n < 8; ++n)
+        want += ", \"http://192.168.1.100:80/tmp/system.log." + std::to_string(n) + "\"";
     EXPECT_EQ(app, want + R"(]},"status":true})");
     EXPECT_EQ(compact(R"(func=get{"system":{"log":"app"}})"),
               R"({"system":{"log":"http://192.168.1.100:80/tmp/system.log"},"status":true})");
@@ -103,9 +107,11 @@ TEST(JsonSystemE2E, LogLinks) {
 TEST(JsonSystemE2E, SdCard) {
     EXPECT_EQ(compact(R"(func=get{"system":{"sd":true}})"),
               R"({"system":{"sd":{"state":1,"storage size":8,"avail size":7}},"status":true})");
-    EXPECT_NE(compact(R"(func=get{"system":{"sd":{"filelist":true}}})").find("\"REC_0001.mp4\""), std::string::npos);
-    EXPECT_EQ(compact(R"(func=set{"system":{"sd":{"delete":["REC_0001.mp4","../../tmp/sd.status"]}}})"),
-              R"({"system":{"sd":{"delete":false}},"status":false})");  // one answer; the good name still goes
+    EXPECT_NE(compact(R"(func=get{"system":{"sd":{"filelist":true}}})").find("\"REC_0001.mp4\""),
+              std::string::npos);
+    EXPECT_EQ(
+        compact(R"(func=set{"system":{"sd":{"delete":["REC_0001.mp4","../../tmp/sd.status"]}}})"),
+        R"({"system":{"sd":{"delete":false}},"status":false})");  // one answer; the good name still goes
     const std::string after = compact(R"(func=get{"system":{"sd":{"filelist":true,"state":true}}})");
     EXPECT_EQ(after.find("REC_0001.mp4"), std::string::npos) << after;
     EXPECT_NE(after.find("\"state\":1"), std::string::npos) << after;

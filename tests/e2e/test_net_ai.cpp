@@ -20,9 +20,9 @@ std::string json_set(const std::string& json) { return compact("func=set" + json
 // The whole answer of a successful "ai" write: the area's values in answer
 // order, then the pan-tilt limit.
 std::string ai_reply(const AiValues& v) {
-    static constexpr const char* kKeys[] = {"enable", "mode", "peoplePos", "peopleRation", "bodyRatio",
-                                            "switchTime", "boardDetectEn", "highLightTarget", "zoomLock",
-                                            "tiltLock", "PTLimit"};
+    static constexpr const char* kKeys[] = {"enable",    "mode",       "peoplePos",     "peopleRation",
+                                            "bodyRatio", "switchTime", "boardDetectEn", "highLightTarget",
+                                            "zoomLock",  "tiltLock",   "PTLimit"};
     std::string body = "{\"ai\":{";
     for (size_t i = 0; i < v.size(); ++i)
         body += (i ? ",\"" : "\"") + std::string(kKeys[i]) + "\":" + std::to_string(v[i]);
@@ -33,8 +33,9 @@ const std::string kAiFailed = "{\"ai\":false,\"status\":false}";
 // A known state of the area and the limit; every test starts from it.
 const AiValues kBaseline{0, 2, 1, 0x25, 0x18, 5, 1, 0, 1, 0, 3};
 std::string set_baseline() {
-    return json_set(R"({"ai":{"enable":0,"mode":2,"peoplePos":1,"peopleRation":37,"bodyRatio":24,)"
-                    R"("switchTime":5,"boardDetectEn":1,"highLightTarget":0,"zoomLock":1,"tiltLock":0,"PTLimit":3}})");
+    return json_set(
+        R"({"ai":{"enable":0,"mode":2,"peoplePos":1,"peopleRation":37,"bodyRatio":24,)"
+        R"("switchTime":5,"boardDetectEn":1,"highLightTarget":0,"zoomLock":1,"tiltLock":0,"PTLimit":3}})");
 }
 AiValues with(AiValues v, std::initializer_list<std::pair<size_t, int>> changes) {
     for (auto [i, value] : changes) v[i] = value;
@@ -65,20 +66,23 @@ struct AiCase {
 
 TEST(AiSection, WritesSendTheirPacketsAndAnswerTheArea) {
     const AiCase cases[] = {
-        {R"({"enable":1,"peopleChange":"left"})", {"81 01 04 c8 01 ff", "81 01 04 ca 03 ff", "81 09 04 d7 ff"},
+        {R"({"enable":1,"peopleChange":"left"})",
+         {"81 01 04 c8 01 ff", "81 01 04 ca 03 ff", "81 09 04 d7 ff"},
          ai_reply(with(kBaseline, {{0, 1}}))},
         // values split into two nibbles; the other side of the people change
         {R"({"switchTime":37,"bodyRatio":171,"peopleChange":"right","enable":0})",
          {"81 01 04 cd 02 05 ff", "81 01 04 cc 01 0a 0b ff", "81 01 04 ca 02 ff", "81 01 04 c8 00 ff",
           "81 09 04 d7 ff"},
          ai_reply(with(kBaseline, {{5, 37}, {4, 171}}))},
-        {R"({"framingOnePush":true,"PTLimit":6})", {"81 01 04 c8 02 01 ff", "81 01 04 d7 06 ff", "81 09 04 d7 ff"},
+        {R"({"framingOnePush":true,"PTLimit":6})",
+         {"81 01 04 c8 02 01 ff", "81 01 04 d7 06 ff", "81 09 04 d7 ff"},
          ai_reply(with(kBaseline, {{5, 37}, {4, 171}, {10, 6}}))},
         {"{}", {"81 09 04 d7 ff"}, ai_reply(with(kBaseline, {{5, 37}, {4, 171}, {10, 6}}))},
         // a bad member fails the section after the others were sent, with no
         // inquiry for an answer
         {R"({"zoomLock":0,"peopleChange":"up","highLightTarget":1})",
-         {"81 01 04 d6 00 00 ff", "81 01 04 cf 01 ff"}, kAiFailed},
+         {"81 01 04 d6 00 00 ff", "81 01 04 cf 01 ff"},
+         kAiFailed},
         // wrong types and unknown keys are not sent at all
         {R"({"enable":"1","framingOnePush":1,"peopleChange":3,"zoom":1})", {}, kAiFailed},
         {"true", {}, kAiFailed},
@@ -116,20 +120,25 @@ TEST(AiSection, TrackingLocksManualPanTilt) {
     struct Step {
         const char* tracking;  // the "ai" write before, or nullptr
         const char* request;
-        const char* answers;   // the "ptz" answers, comma separated
+        const char* answers;  // the "ptz" answers, comma separated
         Lines packets;
     };
     const Step steps[] = {
         {R"({"enable":1,"tiltLock":0})", R"("ptz":[3,5],"ptz":[1,5],"ptz":[0,5])", "-1,-1,-1", {}},
-        {R"({"tiltLock":1})", R"("ptz":[3,5],"ptz":[1,5],"ptz":[0,5],"ptz":"up")", "-1,true,true,-1",
+        {R"({"tiltLock":1})",
+         R"("ptz":[3,5],"ptz":[1,5],"ptz":[0,5],"ptz":"up")",
+         "-1,true,true,-1",
          {"81 01 06 01 05 05 03 01 ff", "81 01 06 01 05 05 03 03 ff"}},
-        {R"({"enable":0,"tiltLock":0})", R"("ptz":[3,5],"ptz":[0,5])", "true,true",
+        {R"({"enable":0,"tiltLock":0})",
+         R"("ptz":[3,5],"ptz":[0,5])",
+         "true,true",
          {"81 01 06 01 05 05 01 03 ff", "81 01 06 01 05 05 03 03 ff"}},
     };
     Journal visca("visca.log");
     for (const Step& s : steps) {
         SCOPED_TRACE(s.request);
-        ASSERT_NE(json_set(std::string("{\"ai\":") + s.tracking + "}").find("\"status\":true"), std::string::npos);
+        ASSERT_NE(json_set(std::string("{\"ai\":") + s.tracking + "}").find("\"status\":true"),
+                  std::string::npos);
         visca.mark();
         std::string want = "{\"image\":{";
         for (std::string_view a = s.answers; !a.empty();) {
@@ -150,12 +159,14 @@ int32_t access_key(const std::string& dotted, const std::array<uint8_t, 6>& mac)
     const std::string text = "adminadmin" + dotted;
     for (size_t i = 0; i < text.size(); ++i) k[i % 4] = static_cast<uint8_t>(k[i % 4] + text[i]);
     for (size_t i = 0; i < 6; ++i) k[i % 4] = static_cast<uint8_t>(k[i % 4] + mac[i]);
-    return static_cast<int32_t>(k[0] | (uint32_t{k[1]} << 8) | (uint32_t{k[2]} << 16) | (uint32_t{k[3]} << 24));
+    return static_cast<int32_t>(k[0] | (uint32_t{k[1]} << 8) | (uint32_t{k[2]} << 16) |
+                                (uint32_t{k[3]} << 24));
 }
 
 TEST(NetIdentity, AccessKeyFollowsTheStoredAddressAndMac) {
     const auto accepted = [](int32_t key) {
-        return body_of(post("path=get", "{\"key\":" + std::to_string(key) + ",\"image\":{\"DC_iris_support\":true}}"))
+        return body_of(post("path=get",
+                            "{\"key\":" + std::to_string(key) + ",\"image\":{\"DC_iris_support\":true}}"))
                    .find("\"DC_iris_support\":\t1") != std::string::npos;
     };
     // DHCP is off in the factory record: the stored static address counts,

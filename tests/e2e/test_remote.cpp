@@ -120,7 +120,9 @@ TEST(RemoteE2E, PtzStandbyAndInstallation) {
     Journal sys("syscmd.log");
     run_script({{"#O0", "p0"}, {"#O", "p0"}, {"#o1", "p1"}, {"#On", "p1"}});
     EXPECT_EQ(sys.wait_lines(3), (Lines{"64 01", "64 00", "64 00"}));
-    run_script({{"#INS1", "iNS1", Lines{"81 01 04 c0 01 ff", "81 09 04 c0 ff"}}, {"#INS", "iNS1"}, {"#INS0", "iNS0"}});
+    run_script({{"#INS1", "iNS1", Lines{"81 01 04 c0 01 ff", "81 09 04 c0 ff"}},
+                {"#INS", "iNS1"},
+                {"#INS0", "iNS0"}});
 }
 
 TEST(RemoteE2E, FocusModeBothDialects) {
@@ -146,7 +148,8 @@ TEST(RemoteE2E, ExposureStatusShutterAndGain) {
         {"OGU:0c", "OGU:0c", Lines{"81 01 04 39 03 ff", "81 09 04 39 ff", "81 01 04 4c 00 00 00 02 ff"}},
         {"OGU", "OGU:0c"},
         {"OGU:30", "\"ER3:OGU:30\""},
-        {"OSJ:06:01F4", "OSJ:06:01F4", Lines{"81 09 04 39 ff", "81 01 04 4a 00 00 00 0d ff"}},  // 1/500 s: step 13
+        {"OSJ:06:01F4", "OSJ:06:01F4",
+         Lines{"81 09 04 39 ff", "81 01 04 4a 00 00 00 0d ff"}},  // 1/500 s: step 13
         {"OSJ:06", "OSJ:06:01f4"},
         {"OSJ:09", "OSJ:09:01388"},
         {"QSH", "QSH:6"},

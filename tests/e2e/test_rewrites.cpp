@@ -28,7 +28,8 @@ Reply parse_http(const std::string& resp) {
     Reply r;
     const size_t eol = resp.find("\r\n");
     r.status_line = resp.substr(0, eol);
-    if (const size_t space = r.status_line.find(' '); space != std::string::npos) r.status_line.erase(0, space + 1);
+    if (const size_t space = r.status_line.find(' '); space != std::string::npos)
+        r.status_line.erase(0, space + 1);
     const size_t end = resp.find("\r\n\r\n");
     if (end == std::string::npos) return r;
     const std::string headers = resp.substr(0, end + 2);
@@ -93,7 +94,8 @@ TEST(Rewrite, FixedAnswersThroughTheWebServer) {
         const char* body;
     };
     const Row rows[] = {
-        {"/cgi-bin/web.fcgi?nonsense", nullptr, "200 OK", "application/json", "{\"status\":-1,\"message\":nonsense}"},
+        {"/cgi-bin/web.fcgi?nonsense", nullptr, "200 OK", "application/json",
+         "{\"status\":-1,\"message\":nonsense}"},
         {"/mw-api/v1/preview/image", nullptr, "200 OK", "image/jpeg", nullptr},
         // a movement type that sends nothing
         {"/cgi-bin/web.fcgi?path=sendPTZ", "{\"type\":12,\"speed\":1}", "200 OK", "application/json",
@@ -130,9 +132,11 @@ std::string base(const char* port_var) {
 // health check's HEAD never reaches it.
 TEST(WebServer, OtherMethodsAreAnsweredBeforeTheResponder) {
     for (const char* method : {"HEAD", "PUT", "DELETE", "OPTIONS"}) {
-        for (const char* route : {"/cgi-bin/web.fcgi?nonsense", "/controlhub", "/cgi-bin/aw_ptz?cmd=%23O&res=1"}) {
+        for (const char* route :
+             {"/cgi-bin/web.fcgi?nonsense", "/controlhub", "/cgi-bin/aw_ptz?cmd=%23O&res=1"}) {
             const std::string url = base("WEB_HTTP_PORT") + route;
-            const std::string code = std::string(method) == "HEAD" ? curl({"-I", url}) : curl({"-X", method, url});
+            const std::string code =
+                std::string(method) == "HEAD" ? curl({"-I", url}) : curl({"-X", method, url});
             EXPECT_TRUE(code == "403" || code == "405") << method << " " << route << ": " << code;
         }
     }
@@ -168,8 +172,8 @@ TEST(WebServer, AccessBlocksAskForCredentials) {
     ASSERT_FALSE(basic.empty()) << "no web server with the access block";
     for (const std::string& at : {basic, digest}) {
         if (at.empty()) continue;  // nginx has no Digest
-        for (const char* route : {"/cgi-bin/web.fcgi?nonsense", "/cgi-bin/aw_ptz?cmd=%23APC&res=1", "/controlhub", "/",
-                                  "/js/api.js"})
+        for (const char* route : {"/cgi-bin/web.fcgi?nonsense", "/cgi-bin/aw_ptz?cmd=%23APC&res=1",
+                                  "/controlhub", "/", "/js/api.js"})
             EXPECT_EQ(curl({at + route}), "401") << at << route;
     }
     struct Row {
@@ -179,13 +183,14 @@ TEST(WebServer, AccessBlocksAskForCredentials) {
         const char* code;
     };
     const Row rows[] = {
-        {basic, "--basic", "admin:camera", "200"}, {basic, "--basic", "admin:wrong", "401"},
+        {basic, "--basic", "admin:camera", "200"},  {basic, "--basic", "admin:wrong", "401"},
         {basic, "--digest", "admin:camera", "401"}, {digest, "--digest", "admin:camera", "200"},
         {digest, "--digest", "admin:wrong", "401"}, {digest, "--basic", "admin:camera", "401"},
     };
     for (const Row& r : rows) {
         if (r.at.empty()) continue;
-        EXPECT_EQ(curl({r.scheme, "-u", r.user, r.at + "/controlhub"}), r.code) << r.at << " " << r.scheme << " " << r.user;
+        EXPECT_EQ(curl({r.scheme, "-u", r.user, r.at + "/controlhub"}), r.code)
+            << r.at << " " << r.scheme << " " << r.user;
     }
 }
 

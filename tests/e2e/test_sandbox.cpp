@@ -39,7 +39,8 @@ pid_t responder_pid() {
     DIR* dir = opendir("/proc");
     while (dirent* e = dir ? readdir(dir) : nullptr) {
         const std::string p = e->d_name;
-        if (std::atoi(p.c_str()) > 0 && read_file("/proc/" + p + "/comm") == "web\n" && ns_of(p, "pid") == sandbox_ns)
+        if (std::atoi(p.c_str()) > 0 && read_file("/proc/" + p + "/comm") == "web\n" &&
+            ns_of(p, "pid") == sandbox_ns)
             found = static_cast<pid_t>(std::atoi(p.c_str()));
     }
     if (dir) closedir(dir);
@@ -71,8 +72,9 @@ std::string run_inside(pid_t pid, const std::string& command) {
     const std::string p = std::to_string(pid);
     std::vector<std::string> argv{"nsenter", "-t", p, "-m", "-n", "-i", "-p"};
     if (ns_of(p, "user") != ns_of("self", "user")) argv.insert(argv.end(), {"-U", "--preserve-credentials"});
-    argv.insert(argv.end(), {"env", "-i", "PATH=" + env_var(pid, "PATH"),
-                             "CAMERA_RUN_DIR=" + env_var(pid, "CAMERA_RUN_DIR"), "sh", "-c", command + " 2>&1"});
+    argv.insert(argv.end(),
+                {"env", "-i", "PATH=" + env_var(pid, "PATH"),
+                 "CAMERA_RUN_DIR=" + env_var(pid, "CAMERA_RUN_DIR"), "sh", "-c", command + " 2>&1"});
     return run_program(argv);
 }
 
@@ -135,15 +137,16 @@ TEST(Sandbox, StandInsJournalTheirCalls) {
     // elsewhere inside when its host path would be hidden).
     const std::string bin = env_var(pid, "CAMERA_RUN_DIR") + "/bin/";
     // The names resolve to the stand-ins, not to the host's programs.
-    const std::string where = run_inside(pid, "for c in date hwclock mount umount mkfs.vfat; do command -v $c; done");
+    const std::string where =
+        run_inside(pid, "for c in date hwclock mount umount mkfs.vfat; do command -v $c; done");
     std::istringstream lines(where);
     int found = 0;
-    for (std::string line; std::getline(lines, line); ++found)
-        EXPECT_EQ(line.rfind(bin, 0), 0u) << line;
+    for (std::string line; std::getline(lines, line); ++found) EXPECT_EQ(line.rfind(bin, 0), 0u) << line;
     EXPECT_EQ(found, 5) << where;
 
-    run_inside(pid, "sd-automount mmcblk0p1; /opt/ipnc/dhcpcd/dhcpcd -k eth0; "
-                    "/opt/ipnc/sys_update 1>/dev/console 2>/dev/console");
+    run_inside(pid,
+               "sd-automount mmcblk0p1; /opt/ipnc/dhcpcd/dhcpcd -k eth0; "
+               "/opt/ipnc/sys_update 1>/dev/console 2>/dev/console");
     const auto got = shell.wait_lines(3);
     ASSERT_EQ(got.size(), 3u);
     EXPECT_EQ(got[0], bin + "sd-automount mmcblk0p1");
@@ -163,8 +166,7 @@ TEST(Sandbox, ResponderIsRestartedAfterItDies) {
 
 // Named snapshots keep at most 32 links in the web root, the newest among them.
 TEST(Sandbox, SnapshotLinksAreCapped) {
-    for (int i = 0; i < 36; ++i)
-        get("func=set{\"image\":{\"snap\":\"cap" + std::to_string(i) + ".jpg\"}}");
+    for (int i = 0; i < 36; ++i) get("func=set{\"image\":{\"snap\":\"cap" + std::to_string(i) + ".jpg\"}}");
     int links = 0;
     if (DIR* dir = opendir(run_path("root/opt/ipnc/www/images/snap").c_str())) {
         while (dirent* e = readdir(dir)) links += std::string(e->d_name).rfind("cap", 0) == 0;
@@ -230,8 +232,9 @@ TEST(SandboxFaults, SigtermEndsAWaitingRequestPromptly) {
 TEST(SandboxFaults, FullTmpLeavesNothingBehind) {
     const pid_t pid = responder_pid();
     ASSERT_GT(pid, 0);
-    const std::string mounted = run_inside(
-        pid, "/usr/bin/mount -t tmpfs -o size=64k full /tmp && dd if=/dev/zero of=/tmp/filler bs=4k count=64 2>/dev/null; echo mounted");
+    const std::string mounted = run_inside(pid,
+                                           "/usr/bin/mount -t tmpfs -o size=64k full /tmp && dd if=/dev/zero "
+                                           "of=/tmp/filler bs=4k count=64 2>/dev/null; echo mounted");
     ASSERT_NE(mounted.find("mounted"), std::string::npos) << mounted;
     const std::string feature = body_of(get("func=set{\"image\":{\"feature\":{\"0\":{\"size\":3}}}}"));
     const std::string snap = body_of(get("func=set{\"image\":{\"snap\":1}}"));

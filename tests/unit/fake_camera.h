@@ -18,13 +18,12 @@
 #include "camera/image_ctrl.h"
 #include "hex_text.h"
 
-
 namespace fake {
 
 using Bytes = std::vector<uint8_t>;
 
 struct Exchange {
-    std::string how;    // "wait", "nowait", "flush"
+    std::string how;  // "wait", "nowait", "flush"
     Bytes packet;
     int capacity = -1;  // -1: no capacity pointer
 };

@@ -34,17 +34,21 @@ TEST_F(ElogTest, ConsoleMacrosFollowThePrintLevel) {
     std::string err = testing::internal::GetCapturedStderr();
     tint_force(2, -1);
     EXPECT_EQ(err.find("hidden"), std::string::npos);
-    EXPECT_NE(err.find("\033[0;31m[TestBody]-" + std::to_string(err_line) + ": \033[0mboom 7\n"), std::string::npos);
+    EXPECT_NE(err.find("\033[0;31m[TestBody]-" + std::to_string(err_line) + ": \033[0mboom 7\n"),
+              std::string::npos);
     EXPECT_NE(err.find("plain\n"), std::string::npos);
 
     auto lines = drain();
     testing::internal::CaptureStderr();
     LOG_ERR("boom\n");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[TestBody]-" + std::to_string(__LINE__ - 1) + ": boom\n");
+    const int plain_line = __LINE__ - 1;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "[TestBody]-" + std::to_string(plain_line) + ": boom\n");
     ASSERT_EQ(lines.size(), 2u);
     // warn lines carry level, time, process, function and line; info lines level, time, process
     EXPECT_EQ(lines[0].rfind("[W] [", 0), 0u) << lines[0];
-    EXPECT_NE(lines[0].find("] (TestBody:" + std::to_string(err_line) + ") boom 7\n"), std::string::npos) << lines[0];
+    EXPECT_NE(lines[0].find("] (TestBody:" + std::to_string(err_line) + ") boom 7\n"), std::string::npos)
+        << lines[0];
     EXPECT_NE(lines[0].find(" pid:"), std::string::npos);
     EXPECT_EQ(lines[1].rfind("[I] [", 0), 0u);
     EXPECT_TRUE(lines[1].ends_with("] plain\n")) << lines[1];
@@ -193,7 +197,7 @@ TEST_F(ElogTest, PrintConfPicksTheProcessLine) {
         {"FASTCGI debug\n", 4, false},
         {"FASTCGI warn\n", 2, false},
         {"FASTCGI error\n", 1, false},
-        {"FASTCGI verbose\n", 1, true},   // quiet console, open logger
+        {"FASTCGI verbose\n", 1, true},          // quiet console, open logger
         {"FASTCGI\nFASTCGI debug\n", 9, false},  // first naming line decides: no word, no change
         {"nothing here\n", 9, false},
     };

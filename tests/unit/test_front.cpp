@@ -94,6 +94,7 @@ const std::string kInvalid = kJson + R"({"status":-1,"message":Invalid params})"
 const std::string kFullBody = kPtzCmd + std::string(2048 - kPtzCmd.size(), ' ');
 const std::string kQ2047 = "zz" + std::string(2045, 'q');
 
+// clang-format off
 const std::vector<Case> kCases = {
     // GET: the query limit, the unknown-query echo after decoding, sessions
     {"method compared exactly", "get", "camdata", "", nullptr, ""},
@@ -141,6 +142,7 @@ const std::vector<Case> kCases = {
     {"unknown control word: status 0", "POST", "path=sendPreset", R"({"index":4,"control":"move"})", nullptr,
      kJson + R"({"status":0,"index":4,"speed":"move"})"},
 };
+// clang-format on
 
 TEST(FrontRequests, Rows) {
     for (const Case& c : kCases) {
@@ -170,6 +172,7 @@ TEST(FrontUpload, Rows) {
     std::string image(5000, '\0');
     for (size_t i = 0; i < image.size(); ++i) image[i] = static_cast<char>(i * 7);
     const auto size = [](int n) { return kJson + "{\"status\":1,\"size\":" + std::to_string(n) + "}"; };
+    // clang-format off
     const Upload rows[] = {
         {"every piece appended", true, {{image, nullptr}, {"tail", nullptr}}, {size(5000), size(4)}, nullptr, true, image + "tail"},
         {"a short body stops at what arrived", true, {{std::string(3000, 'u'), "5000"}, {"", "0"}},
@@ -178,6 +181,7 @@ TEST(FrontUpload, Rows) {
         {"a full disk", true, {{std::string(2100, 'z'), nullptr}}, {size(2100)}, "/dev/full", false, ""},
         {"not armed: an unknown name", false, {{std::string(100, 'z'), nullptr}}, {kErrorParams}, nullptr, true, ""},
     };
+    // clang-format on
     const Scratch dir("front_upload");
     const std::string path = dir.path("update.bin");
     for (const Upload& u : rows) {
@@ -203,9 +207,11 @@ TEST(FrontUpload, Rows) {
 // Every movement of "sendPTZ" is logged at debug level with its own text,
 // whether or not the camera link is up; an unknown type logs nothing.
 TEST(FrontPost, MovementsLogTheirText) {
-    const std::string texts = debug_texts([] {
-        for (int type = 0; type <= 12; ++type) json_ptz_ctrl(type, 1);
-    }, "Tram");
+    const std::string texts = debug_texts(
+        [] {
+            for (int type = 0; type <= 12; ++type) json_ptz_ctrl(type, 1);
+        },
+        "Tram");
     EXPECT_EQ(texts,
               "PTZ Stop\nHome\nPTZ Up\nPTZ Right\nPTZ Down\nPTZ Left\n"
               "Focus Far\nFocus Near\nFocus Stop\nZoom In\nZoom Out\nZoom Stop\n");

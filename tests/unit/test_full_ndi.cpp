@@ -18,7 +18,8 @@ constexpr const char* kFile = "/mnt/fpga/ndi_config.json";
 constexpr const char* kBoardFile =
     R"({"ndi":{"enable":1,"format":"1920X1080P@60Hz","machinename":"cam","groups":{"send":"public"},)"
     R"("codec":{"shq":{"quality":100}},"multicast":{"send":{"enable":false,"netprefix":"239.255.0.0","ttl":1}}}})";
-const std::string kMount = "mount -t nfs -o nolock -o tcp -o rsize=32768,wsize=32768 192.168.1.101:/opt/ndi /mnt/fpga";
+const std::string kMount =
+    "mount -t nfs -o nolock -o tcp -o rsize=32768,wsize=32768 192.168.1.101:/opt/ndi /mnt/fpga";
 
 class FullNdi : public fake::SectionTest {
 protected:
@@ -77,7 +78,8 @@ TEST_F(FullNdi, MountsTheBoardWhenTheFileIsAbsent) {
     std::remove(kFile);
     EXPECT_EQ(json_reply(json_get_ctrl, R"({"full ndi":true})"), R"({"full ndi":false,"status":false})");
     json_reply(json_get_ctrl, R"({"full ndi":true})");
-    EXPECT_EQ(shell.lines, (std::vector<std::string>{kMount, "umount -fl /mnt/fpga", kMount, "umount -fl /mnt/fpga"}));
+    EXPECT_EQ(shell.lines,
+              (std::vector<std::string>{kMount, "umount -fl /mnt/fpga", kMount, "umount -fl /mnt/fpga"}));
     EXPECT_EQ(camera.sent(), std::vector<std::string>{"81 09 08 ab ff"});
     EXPECT_EQ(sys.state().encoderBoardAddr, inet_addr("192.168.1.101"));
 }
@@ -102,8 +104,9 @@ TEST_F(FullNdi, FailedLookupIsTriedAgain) {
 // board's file stays as it was and no reload is sent.
 TEST_F(FullNdi, WriteTooLongToReadBackSavesNothing) {
     const std::string before = file();
-    EXPECT_EQ(json_reply(json_set_ctrl, R"({"full ndi":{"channel name":")" + std::string(900, 'c') + R"("}})"),
-              R"({"full ndi":false,"status":false})");
+    EXPECT_EQ(
+        json_reply(json_set_ctrl, R"({"full ndi":{"channel name":")" + std::string(900, 'c') + R"("}})"),
+        R"({"full ndi":false,"status":false})");
     EXPECT_EQ(file(), before);
     EXPECT_TRUE(camera.sent().empty());
 }

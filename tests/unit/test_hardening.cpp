@@ -29,7 +29,7 @@ protected:
 struct Framing {
     const char* name;
     std::function<int()> send;
-    int result;                      // what the operation answers
+    int result;                     // what the operation answers
     std::vector<std::string> sent;  // packets that went out
 };
 
@@ -40,7 +40,9 @@ TEST_F(Hardening, ValuesThatWouldBreakTheFramingSendNothing) {
         {"2D noise reduction -1", [] { return image_nr2d_set(-1); }, -1, {}},
         {"fpga mode 7F still fits", [] { return image_fpga_mode_set(0x7F); }, 0, {"81 01 06 34 7f ff"}},
         {"sendPTZ right at speed 255", [] { return json_ptz_ctrl(3, 255); }, 0, {}},  // answered all the same
-        {"sendPTZ speed 300 keeps its low byte", [] { return json_ptz_ctrl(3, 300); }, 0,
+        {"sendPTZ speed 300 keeps its low byte",
+         [] { return json_ptz_ctrl(3, 300); },
+         0,
          {"81 01 06 01 2c 2c 02 03 ff"}},
     };
     for (const Framing& c : cases) {
@@ -71,8 +73,8 @@ TEST_F(Hardening, RefusedValuesAnswerTheWayTheirSectionFails) {
 
 TEST_F(Hardening, DigitalZoomOutsideItsRangeIsRefused) {
     for (const char* value : {"-2147483648", "-1", "1025", "2147483647"}) {
-        const std::string out =
-            capture([value] { json_set_ctrl((std::string(R"({"image":{"digital_zoom":)") + value + "}}").c_str()); });
+        const std::string out = capture(
+            [value] { json_set_ctrl((std::string(R"({"image":{"digital_zoom":)") + value + "}}").c_str()); });
         EXPECT_NE(out.find("\"digital_zoom\":\tfalse"), std::string::npos) << value << out;
     }
     EXPECT_TRUE(sys.journal.empty());

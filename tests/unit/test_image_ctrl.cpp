@@ -23,11 +23,15 @@ struct Row {
 
 std::string exchange(const fake::Exchange& e) {
     if (e.how == "flush") return "flush";
-    const std::string how = e.how == "nowait" ? "n" : e.capacity < 0 ? "w-" : "w" + std::to_string(e.capacity);
+    const std::string how = e.how == "nowait" ? "n"
+                            : e.capacity < 0  ? "w-"
+                                              : "w" + std::to_string(e.capacity);
     return how + " " + fake::hex_of(e.packet);
 }
 
-bool same(const char* text, const char* expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
+bool same(const char* text, const char* expected) {
+    return text != nullptr && std::strcmp(text, expected) == 0;
+}
 
 int pt(int16_t want_pan, int16_t want_tilt) {
     int16_t pan = 0, tilt = 0;
@@ -39,6 +43,7 @@ int feature_pos(int want_a, int want_b) {
     return r == 0 && a == want_a && b == want_b ? 1 : r;
 }
 
+// clang-format off
 const std::vector<Row> kRows = {
     // named choices
     {"choice words, any case", {}, [] {
@@ -172,6 +177,7 @@ const std::vector<Row> kRows = {
          return r + image_snapshot(1, nullptr, 0, 1080, 0) + image_snapshot(300, "ok.jpg", 1920, 1080, 0);
      }, -8, {}},
 };
+// clang-format on
 
 class ImageCtrl : public fake::FakeCameraTest {};
 

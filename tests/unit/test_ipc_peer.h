@@ -32,8 +32,7 @@ inline long queued_messages(int qid) {
 
 // Receives one record of `type` into `msg`, giving up after `limit`.
 template <class Msg>
-bool recv_within(int qid, long type, Msg& msg,
-                 std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+bool recv_within(int qid, long type, Msg& msg, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (std::chrono::steady_clock::now() < deadline) {
         if (msgrcv(qid, &msg, sizeof(Msg) - sizeof(long), type, IPC_NOWAIT) >= 0) return true;

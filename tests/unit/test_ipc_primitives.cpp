@@ -86,9 +86,9 @@ TEST_F(IpcPrimitives, ShareMemCopiesOnlyWithinBounds) {
     EXPECT_EQ(seg[kShmSize - 1], 0x5A);
 
     std::memset(seg, 0, kShmSize);
-    ShareMemWrite(0, block.data(), PROC_MEM_SIZE + 1);  // longer than a slice
+    ShareMemWrite(0, block.data(), PROC_MEM_SIZE + 1);                         // longer than a slice
     ShareMemWrite(kShmSize - PROC_MEM_SIZE + 1, block.data(), PROC_MEM_SIZE);  // past the end
-    ShareMemWrite(-PROC_MEM_SIZE, block.data(), 16);  // before the start
+    ShareMemWrite(-PROC_MEM_SIZE, block.data(), 16);                           // before the start
     ShareMemWrite(0, block.data(), -1);
     for (int i = 0; i < kShmSize; ++i) ASSERT_EQ(seg[i], 0) << "byte " << i;
 

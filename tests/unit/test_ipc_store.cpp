@@ -79,8 +79,7 @@ TEST_F(IpcStore, ReadersWaitForTheMagic) {
     store_->ai.switchTime = 9;
     EXPECT_EQ(GetAiInfoParams()->switchTime, 9);
     EXPECT_EQ(static_cast<uint8_t*>(GetExtInfoParams()) - reinterpret_cast<uint8_t*>(info), 7492);
-    EXPECT_EQ(reinterpret_cast<uint8_t*>(GetMotorInfoParams()) - reinterpret_cast<uint8_t*>(info),
-              9864);
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(GetMotorInfoParams()) - reinterpret_cast<uint8_t*>(info), 9864);
 }
 
 TEST_F(IpcStore, SettersWriteTheFieldAndAnnounceIt) {
@@ -166,8 +165,8 @@ TEST(IpcStoreFiles, ReplaceConfigLineOnlyAtLineStart) {
             << "max_connections 1000;";
     }
     ASSERT_EQ(ReplaceConfigLine(path.c_str(), "listen", "listen\t\t2000;\n"), 0);
-    EXPECT_EQ(slurp(path), "listen\t\t2000;\n    listen 80;\n" + long_line +
-                                   "listen\t\t2000;\nmax_connections 1000;");
+    EXPECT_EQ(slurp(path),
+              "listen\t\t2000;\n    listen 80;\n" + long_line + "listen\t\t2000;\nmax_connections 1000;");
     EXPECT_EQ(dir.entries(), 1);
 
     EXPECT_EQ(ReplaceConfigLine("/tmp/web_ipc_no_such_dir/x.conf", "a", "b\n"), -1);

@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kLinkId = 14;
 constexpr int kSlice = (kLinkId - 2) * PROC_MEM_SIZE;  // 122880
-constexpr int kReplyAt = 200000;                        // where the fake server answers
+constexpr int kReplyAt = 200000;                       // where the fake server answers
 
 class IpcSysChannel : public ::testing::Test {
 protected:

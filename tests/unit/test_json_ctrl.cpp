@@ -84,7 +84,8 @@ TEST(JsonDispatch, RejectsTextThatIsNoJsonObject) {
 TEST(JsonDispatch, RefusedAccessListsEveryMemberFalse) {
     for (const char* method : {"POST", "get", static_cast<const char*>(nullptr)}) {
         const Reply reply =
-            run(method, "{\"key\":0,\"image\":{\"DC_iris_support\":true},\"system\":{\"login\":\"admin:admin\"}}");
+            run(method,
+                "{\"key\":0,\"image\":{\"DC_iris_support\":true},\"system\":{\"login\":\"admin:admin\"}}");
         EXPECT_EQ(reply.result, 0);
         EXPECT_EQ(reply.text, std::string(kJsonHeader) +
                                   "{\n\t\"key\":\tfalse,\n\t\"image\":\tfalse,\n\t\"system\":\tfalse,\n"
@@ -123,7 +124,8 @@ TEST(JsonDispatch, UnknownAndMistypedSectionsFail) {
         {"the other sections still answer", R"({"nope":1,"image":{}})", false,
          "{\n\t\"nope\":\tfalse,\n\t\"image\":\t{\n\t},\n\t\"status\":\tfalse\n}\n"},
     };
-    for (const Row& r : rows) EXPECT_EQ(run("GET", r.request, r.set).text, kJsonHeader + std::string(r.reply)) << r.name;
+    for (const Row& r : rows)
+        EXPECT_EQ(run("GET", r.request, r.set).text, kJsonHeader + std::string(r.reply)) << r.name;
 }
 
 // The logger at debug level with the function name in every line.

@@ -54,8 +54,8 @@ TEST(JsonImageFormats, HighRatesAndLowerFormatsKeepTheirPlace) {
     EXPECT_EQ(list_of((1ULL << 0) | (1ULL << 7) | (1ULL << 18)),
               (std::vector<std::string>{"1920X1080P@120Hz", "1920X1080P@25Hz", "1280X720P@120Hz"}));
     EXPECT_EQ(list_of((1ULL << 25) | (1ULL << 30) | (1ULL << 43) | (1ULL << 44) | (1ULL << 32)),
-              (std::vector<std::string>{"1024X576P@60Hz", "1024X576P@25Hz", "720X480P@60Hz",
-                                        "640X480P@25Hz", "640X360P@25Hz"}));
+              (std::vector<std::string>{"1024X576P@60Hz", "1024X576P@25Hz", "720X480P@60Hz", "640X480P@25Hz",
+                                        "640X360P@25Hz"}));
 }
 
 TEST(JsonImageFormats, ShortListAndEmptyMasks) {
@@ -169,8 +169,7 @@ TEST_F(JsonImageCamera, OnePushWhiteBalanceWaitsAtMost101Polls) {
     script.answer = [](uint8_t code, int) {
         return code == 0x35 ? std::vector<uint8_t>{3, 0xFF} : std::vector<uint8_t>{};
     };
-    EXPECT_EQ(set_image("\"WB_mode\":\"one push\""),
-              "{\"image\":{\"WB_mode\":\"manual\"},\"status\":true}");
+    EXPECT_EQ(set_image("\"WB_mode\":\"one push\""), "{\"image\":{\"WB_mode\":\"manual\"},\"status\":true}");
     EXPECT_EQ(script.inquiries[0x35], 102);
     // Finished after the third poll: the mode then reads back as it now is.
     script.inquiries.clear();
@@ -185,7 +184,6 @@ TEST_F(JsonImageCamera, OnePushWhiteBalanceWaitsAtMost101Polls) {
     script.answer = [](uint8_t code, int) {
         return code == 0x35 ? std::vector<uint8_t>{2, 0xFF} : std::vector<uint8_t>{};
     };
-    EXPECT_EQ(set_image("\"WB_mode\":\"outdoor\""),
-              "{\"image\":{\"WB_mode\":\"outdoor\"},\"status\":true}");
+    EXPECT_EQ(set_image("\"WB_mode\":\"outdoor\""), "{\"image\":{\"WB_mode\":\"outdoor\"},\"status\":true}");
     EXPECT_EQ(script.inquiries[0x35], 1);
 }

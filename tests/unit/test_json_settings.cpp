@@ -57,8 +57,7 @@ protected:
     }
 };
 
-const std::string kAudioAfter =
-    R"("enable":1,"samplerate":48000,"bitwidth":16,"soundMode":"Stereo",)";
+const std::string kAudioAfter = R"("enable":1,"samplerate":48000,"bitwidth":16,"soundMode":"Stereo",)";
 
 // clang-format off
 const std::vector<fake::SectionCase> kCases = {
@@ -172,15 +171,17 @@ TEST_F(JsonSettings, PayloadBytes) {
 
     // A refused NTP member leaves what was written before it in the record.
     sys.journal.clear();
-    EXPECT_EQ(json_reply(json_set_ctrl, R"({"NTP":{"port":99,"enable":"yes"}})"), R"({"NTP":false,"status":false})");
+    EXPECT_EQ(json_reply(json_set_ctrl, R"({"NTP":{"port":99,"enable":"yes"}})"),
+              R"({"NTP":false,"status":false})");
     EXPECT_TRUE(sys.journal.empty());
     EXPECT_EQ(sys.info().ntp.port, 99u);
 }
 
 TEST_F(JsonSettings, RefusedCommandAnswersFalse) {
     sys.refuse = {30, 31, 32, 57, 70};
-    for (const char* request : {R"({"gb28181":{"enable":0}})", R"({"FreeD":{"enable":1}})",
-                                R"({"record":{"sel":1}})", R"({"audio":{"enable":0}})", R"({"NTP":{"port":1}})"}) {
+    for (const char* request :
+         {R"({"gb28181":{"enable":0}})", R"({"FreeD":{"enable":1}})", R"({"record":{"sel":1}})",
+          R"({"audio":{"enable":0}})", R"({"NTP":{"port":1}})"}) {
         const std::string reply = json_reply(json_set_ctrl, request);
         EXPECT_NE(reply.find(":false,\"status\":false}"), std::string::npos) << request << " → " << reply;
     }

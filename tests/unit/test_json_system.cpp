@@ -53,8 +53,9 @@ using Case = fake::SectionCase;
 
 const std::string kTask1 =
     R"("task1":{"enable":1,"mode":2,"action":3,"year":2026,"month":5,"day":6,"wday":0,"hour":7,"min":8,"sec":9})";
-const std::string kCredentials = "63 61 64 6d 69 6e 00 00 00 00 00 00 00 00 00 00 00 73 65 63 72 65 74 00 00 00 00 00 "
-                                 "00 00 00 00 00 01 02 03 04";
+const std::string kCredentials =
+    "63 61 64 6d 69 6e 00 00 00 00 00 00 00 00 00 00 00 73 65 63 72 65 74 00 00 00 00 00 "
+    "00 00 00 00 00 01 02 03 04";
 
 // clang-format off
 const std::vector<Case> kCases = {
@@ -141,9 +142,9 @@ TEST_F(JsonSystem, ActionsTable) {
     const struct {
         const char* action;
         std::string sent;
-    } rows[] = {{"image_reset", "61 00"},   {"factory_reset", "61 01"},  {"system_reset", "61 02"},
-                {"system_reboot", "65 01"}, {"system_resume", "64 00"},  {"system_suspend", "64 01"},
-                {"default_save", "62 01"},  {"default_clear", "62 00"},  {"network_test", "67 00"}};
+    } rows[] = {{"image_reset", "61 00"},   {"factory_reset", "61 01"}, {"system_reset", "61 02"},
+                {"system_reboot", "65 01"}, {"system_resume", "64 00"}, {"system_suspend", "64 01"},
+                {"default_save", "62 01"},  {"default_clear", "62 00"}, {"network_test", "67 00"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.action);
         sys.journal.clear();
@@ -177,7 +178,9 @@ TEST_F(JsonSystem, UpdateKeepsTheFirstPort) {
 TEST(ParamsHeader, Fields) {
     uint8_t h[kParamsHeaderSize];
     json_params_header(h, 0x01020304);
-    auto u32 = [&](size_t at) { return h[at] | h[at + 1] << 8 | h[at + 2] << 16 | uint32_t{h[at + 3]} << 24; };
+    auto u32 = [&](size_t at) {
+        return h[at] | h[at + 1] << 8 | h[at + 2] << 16 | uint32_t{h[at + 3]} << 24;
+    };
     EXPECT_EQ(u32(0), 0u);
     EXPECT_EQ(u32(4), 0x01020304u + 344);
     EXPECT_STREQ(reinterpret_cast<const char*>(h + 8), "4K Conference Camera");

@@ -168,7 +168,8 @@ TEST_F(NetConfig, PingAnswersOnlyForLiveAddresses) {
 
 // Each text and the address it parses to ("" when refused).
 TEST(NetParse, TwelveDigitAndDottedForms) {
-    for (std::string text : {"192168001100=192.168.1.100", "192256001100=", "10.1.2.3=10.1.2.3", "10.1.2.x="}) {
+    for (std::string text :
+         {"192168001100=192.168.1.100", "192256001100=", "10.1.2.3=10.1.2.3", "10.1.2.x="}) {
         const std::string want = text.substr(text.find('=') + 1);
         text.resize(text.find('='));
         uint32_t addr = 0;  // the bytes in network order

@@ -70,7 +70,7 @@ TEST(RemoteParse, MatchingAndScanning) {
     EXPECT_EQ(scan_fields("12zz5678", "x4x4", slots), 1);
     EXPECT_EQ(slots[0], 0x12);
     EXPECT_EQ(slots[1], 7);
-    EXPECT_EQ(scan_fields("-5", "d2", slots), 0);   // no sign, no blanks
+    EXPECT_EQ(scan_fields("-5", "d2", slots), 0);  // no sign, no blanks
     EXPECT_EQ(leading_number("01F4", 16), 0x1F4);
     EXPECT_FALSE(leading_number("x7", 10).has_value());
 }
@@ -91,18 +91,18 @@ TEST(RemoteConvert, SpeedsAndPositions) {
     EXPECT_EQ(position_to_motor(0x555), 8192);
     EXPECT_EQ(position_from_motor(8192), 0xaaa);
     EXPECT_EQ(position_from_motor(0), 0x555);
-    EXPECT_EQ(position_from_motor(-7), 1364);   // rounds towards zero
+    EXPECT_EQ(position_from_motor(-7), 1364);  // rounds towards zero
     EXPECT_EQ(position_from_motor(INT32_MAX), static_cast<int>(int64_t{INT32_MAX} * 2730 / 16384 + 1365));
 }
 
 TEST(RemoteTables, ShutterAndIris) {
     EXPECT_TRUE(fifty_hertz_family(50));
     EXPECT_FALSE(fifty_hertz_family(-1));
-    EXPECT_EQ(ptg_shutter(11, true).tenths, 21500);   // not ten times 215
+    EXPECT_EQ(ptg_shutter(11, true).tenths, 21500);  // not ten times 215
     EXPECT_EQ(ptg_shutter(5, false).speed, 30);
     EXPECT_EQ(ptg_shutter(5, true).speed, 25);
     EXPECT_EQ(ptg_shutter(22, false).tenths, 250);
-    EXPECT_EQ(shutter_speed_of(6, true, true), 250);   // no 25/50 tenths entry for 6 and 7
+    EXPECT_EQ(shutter_speed_of(6, true, true), 250);  // no 25/50 tenths entry for 6 and 7
     EXPECT_EQ(shutter_speed_of(7, false, true), 900);
     EXPECT_EQ(shutter_speed_of(21, true, true), 100000);
     EXPECT_EQ(shutter_speed_of(-1, false, false), 30);
@@ -122,19 +122,20 @@ TEST(RemoteTables, ShutterAndIris) {
 // ---- the interpreters on a scripted camera -----------------------------------------------------
 
 TEST_F(RemoteCommand, RefusalsAndAnswersWithoutTheCamera) {
-    EXPECT_EQ(ptz("cmd="), "Content-type: application/json\r\nStatus: 200 OK\r\n\r\n"
-                           "{\"status\":-1,\"message\":Error params.}");
+    EXPECT_EQ(ptz("cmd="),
+              "Content-type: application/json\r\nStatus: 200 OK\r\n\r\n"
+              "{\"status\":-1,\"message\":Error params.}");
     EXPECT_EQ(last_rc, -1);
     EXPECT_NE(ptz(nullptr).find("Error params."), std::string::npos);
     EXPECT_EQ(ptz("cmd=#XYZ&res=1"), text("\"ER1:#XYZ\"\r\n"));
     EXPECT_EQ(ptz("cmd=&res=1"), text(""));
     EXPECT_EQ(ptz("cmd=#F5"), text("\"ER1:#F5\"\r\n"));
-    EXPECT_EQ(ptz("cmd=#Pxx"), text("\"ER1:#Pxx\"\r\n"));   // no speed: not a drive
+    EXPECT_EQ(ptz("cmd=#Pxx"), text("\"ER1:#Pxx\"\r\n"));  // no speed: not a drive
     EXPECT_EQ(ptz("cmd=#DA"), text("dA0\r\n"));
     EXPECT_EQ(ptz("cmd=#tae7"), text("tAE7\r\n"));
-    EXPECT_EQ(ptz("cmd=#TAE"), text("tAE1\r\n"));   // not a tilt drive: no speed digits
+    EXPECT_EQ(ptz("cmd=#TAE"), text("tAE1\r\n"));  // not a tilt drive: no speed digits
     EXPECT_EQ(cam("res=1&cmd=osd:b1"), text("OSD:B1:02B\r\n"));
-    EXPECT_EQ(cam("cmd=OMS:001"), text("\"ER1:OMS:001\"\r\n"));   // "OMS:" takes one character
+    EXPECT_EQ(cam("cmd=OMS:001"), text("\"ER1:OMS:001\"\r\n"));  // "OMS:" takes one character
     EXPECT_EQ(cam("cmd=ORS"), text("\"ER1:ORS\"\r\n"));
     EXPECT_EQ(cam("cmd=OAF:1x"), text("\"ER1:OAF:1x\"\r\n"));
     EXPECT_EQ(cam("res=1"), text(""));
@@ -144,11 +145,12 @@ TEST_F(RemoteCommand, RefusalsAndAnswersWithoutTheCamera) {
 }
 
 TEST_F(RemoteCommand, PtzFailuresAnswerTheJsonError) {
-    const std::string error = "Content-type: application/json\r\nStatus: 200 OK\r\n\r\n"
-                              "{\"status\":-1,\"message\":cmd=#INS}";
-    EXPECT_EQ(ptz("cmd=#INS&res=1"), error);   // the argument cut at '&'
+    const std::string error =
+        "Content-type: application/json\r\nStatus: 200 OK\r\n\r\n"
+        "{\"status\":-1,\"message\":cmd=#INS}";
+    EXPECT_EQ(ptz("cmd=#INS&res=1"), error);  // the argument cut at '&'
     EXPECT_EQ(last_rc, -1);
-    EXPECT_NE(ptz("cmd=#PTV").find("cmd=#PTV}"), std::string::npos);   // no camera area
+    EXPECT_NE(ptz("cmd=#PTV").find("cmd=#PTV}"), std::string::npos);  // no camera area
     EXPECT_NE(ptz("cmd=#PTG").find("cmd=#PTG}"), std::string::npos);
 }
 
@@ -161,9 +163,9 @@ TEST_F(RemoteCommand, PtzSignedEchoesAndOverlappingSlots) {
 }
 
 TEST_F(RemoteCommand, PtzExposureStatus) {
-    first_byte("81 09 04 39 ff", 1);                                  // manual
-    first_byte("81 09 04 4c ff", 6);                                  // gain field (6 + 4) * 2
-    replies["81 09 04 2a ff"] = {0x78, 0x14, 0, 0, 0xff};     // 0x1478
+    first_byte("81 09 04 39 ff", 1);                       // manual
+    first_byte("81 09 04 4c ff", 6);                       // gain field (6 + 4) * 2
+    replies["81 09 04 2a ff"] = {0x78, 0x14, 0, 0, 0xff};  // 0x1478
     first_byte("81 09 04 4a ff", 11);
     first_byte("81 09 04 c7 ff", 50);
     replies["81 09 04 da ff"] = {0x90, 0x50, 0x03, 0xff};
@@ -176,7 +178,7 @@ TEST_F(RemoteCommand, PtzExposureStatus) {
     first_byte("81 09 04 39 ff", 3);
     first_byte("81 09 04 c7 ff", 25);
     first_byte("81 09 04 4a ff", 5);
-    replies["81 09 04 da ff"] = {0x90, 0x60, 0x02, 0xff};     // not a completion: "0"
+    replies["81 09 04 da ff"] = {0x90, 0x60, 0x02, 0xff};  // not a completion: "0"
     EXPECT_EQ(ptz("cmd=#PTG"), text("pTG14147820019000fa0\r\n"));
 }
 
@@ -190,7 +192,7 @@ TEST_F(RemoteCommand, CamShutterAtFiftyHertz) {
     first_byte("81 09 04 4a ff", 21);
     EXPECT_EQ(cam("cmd=QSH"), text("QSH:a\r\n"));
 
-    first_byte("81 09 04 39 ff", 3);   // shutter priority: the gate is open
+    first_byte("81 09 04 39 ff", 3);  // shutter priority: the gate is open
     EXPECT_EQ(cam("cmd=OSJ:09:00866"), text("OSJ:09:00866\r\n"));
     EXPECT_EQ(camera.sent().back(), "81 01 04 4a 00 00 00 0b ff");
 }
@@ -201,6 +203,6 @@ TEST_F(RemoteCommand, CamFailedInquiries) {
     EXPECT_EQ(cam("cmd=OFT"), text("OFT:0\r\n"));
     EXPECT_EQ(cam("cmd=QSH"), text("QSH:0\r\n"));
     EXPECT_EQ(cam("cmd=OSJ:06"), text("OSJ:06:001e\r\n"));
-    EXPECT_EQ(cam("cmd=QSI:18"), text("QSI:18:555000fff\r\n"));   // no camera area: zeros
+    EXPECT_EQ(cam("cmd=QSI:18"), text("QSI:18:555000fff\r\n"));  // no camera area: zeros
     EXPECT_EQ(cam("cmd=OGU:zz"), text("\"ER3:OGU:zz\"\r\n"));
 }

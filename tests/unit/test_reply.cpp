@@ -25,10 +25,9 @@ struct Decoding {
 // Plain text and '+' stay; an escape decodes only to a byte from 1 to 126;
 // a bad digit counts as -1 in the signed sum; a trailing '%' is kept.
 const Decoding kDecodings[] = {
-    {"", ""},         {"a+b", "a+b"},     {"a%20b", "a b"},       {"%7E", "~"},     {"%7e%41", "~A"},
-    {"%00", "%00"},   {"%7F", "%7F"},     {"%80", "%80"},         {"%FF", "%FF"},   {"%ff%41", "%ffA"},
-    {"%2z", "\x1f"},  {"%1zq", "\x0fq"},  {"%z2", "%z2"},         {"%zz", "%zz"},   {"%%41", "%A"},
-    {"%41%4", "A%4"}, {"abc%", "abc%"},   {"%", "%"},
+    {"", ""},       {"a+b", "a+b"}, {"a%20b", "a b"}, {"%7E", "~"},       {"%7e%41", "~A"}, {"%00", "%00"},
+    {"%7F", "%7F"}, {"%80", "%80"}, {"%FF", "%FF"},   {"%ff%41", "%ffA"}, {"%2z", "\x1f"},  {"%1zq", "\x0fq"},
+    {"%z2", "%z2"}, {"%zz", "%zz"}, {"%%41", "%A"},   {"%41%4", "A%4"},   {"abc%", "abc%"}, {"%", "%"},
 };
 
 TEST(ReplyUrlDecode, Rows) {
@@ -53,9 +52,18 @@ struct Envelope {
 
 TEST(ReplyEnvelope, ExactBytes) {
     const std::vector<Envelope> rows = {
-        {"error", [] { reply_error("Invalid params"); return 0; }, 0, R"({"status":-1,"message":Invalid params})"},
-        {"a message is data, never a format", [] { reply_error("100%s done"); return 0; }, 0,
-         R"({"status":-1,"message":100%s done})"},
+        {"error",
+         [] {
+             reply_error("Invalid params");
+             return 0;
+         },
+         0, R"({"status":-1,"message":Invalid params})"},
+        {"a message is data, never a format",
+         [] {
+             reply_error("100%s done");
+             return 0;
+         },
+         0, R"({"status":-1,"message":100%s done})"},
         {"ok", [] { return reply_ok(); }, 0, R"({"status":1})"},
         {"data", [] { return reply_data(R"({"a":1})"); }, 0, R"({"status":1,"data":{"a":1}})"},
     };

@@ -48,7 +48,7 @@ TEST_F(Startup, StoreFailureClosesTheCommandChannelAndNeverOpensTheCamera) {
     EXPECT_EQ(system_init(), -1);
     EXPECT_TRUE(queue_exists(kSysMsgKey));  // the command channel was opened first ...
     EXPECT_EQ(TransmitMsg2Sys(0, data_, sizeof data_, nullptr), -1);  // ... and closed again
-    EXPECT_FALSE(queue_exists(kCamMsgKey));  // the camera's comes after the store
+    EXPECT_FALSE(queue_exists(kCamMsgKey));                           // the camera's comes after the store
     EXPECT_EQ(web_main(), -1);  // reports the failure and serves nothing
     EXPECT_FALSE(queue_exists(kCamMsgKey));
 }
@@ -76,8 +76,8 @@ TEST_F(Startup, SigusrReloadsThePrintLevelBeforeTheNextRequest) {
         if (signal) {
             EXPECT_EQ(raise(SIGUSR1), 0);  // handled: the process lives on
         }
-        EXPECT_EQ(g_print_level, before);          // and only asks
-        web_handle_request();  // no CGI variables: answered with nothing
+        EXPECT_EQ(g_print_level, before);  // and only asks
+        web_handle_request();              // no CGI variables: answered with nothing
         return g_print_level;
     };
     unsetenv("QUERY_STRING");

@@ -39,8 +39,7 @@ std::string ini_value(const std::string& ini, const char* section, const char* k
 
 void reap_all(int) {
     int saved = errno;
-    while (::waitpid(-1, nullptr, WNOHANG) > 0) {
-    }
+    while (::waitpid(-1, nullptr, WNOHANG) > 0) {}
     errno = saved;
 }
 
