@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Shared by scripts/run.sh and scripts/e2e.sh (sourced, not run): starting and
 # stopping the sandboxed camera and the web server in front of it.
 #
@@ -163,7 +164,7 @@ web_start() {
     nginx)
       conf=$(nginx_config "$port" "$variant")
       : >"${conf%.conf}.log"
-      nginx -t -q -e "${conf%.conf}.log" -c "$conf" 2>>"${conf%.conf}.log" || {
+      nginx -t -q -e "${conf%.conf}.log" -c "$conf" 2>/dev/null || {
         echo "camera: bad web server configuration $conf" >&2
         tail -n 5 "${conf%.conf}.log" >&2
         return 1

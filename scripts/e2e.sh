@@ -51,7 +51,7 @@ port=$WEB_HTTP_PORT
 # and behind nginx, with and without.
 web_up WEB_AUTH_PORT lighttpd auth
 web_up WEB_DIGEST_PORT lighttpd digest
-nginx_port= nginx_auth_port=
+nginx_port='' nginx_auth_port=''
 command -v nginx >/dev/null && web_up nginx_port nginx && web_up nginx_auth_port nginx auth
 
 # A whole run leaves the hostile-input table to the end (it leaves odd
@@ -60,7 +60,7 @@ if [ $# -eq 0 ]; then "$BUILD/e2e_tests" --gtest_filter='-Hostile*'; else "$BUIL
 status=$?
 # What depends on the web server, once more with nginx in front.
 if [ -n "$nginx_port" ]; then
-  WEB_HTTP_PORT=$nginx_port WEB_AUTH_PORT=$nginx_auth_port WEB_DIGEST_PORT= WEB_SERVER_NAME=nginx \
+  WEB_HTTP_PORT=$nginx_port WEB_AUTH_PORT=$nginx_auth_port WEB_DIGEST_PORT='' WEB_SERVER_NAME=nginx \
     "$BUILD/e2e_tests" --gtest_filter='Rewrite*:WebServer*' "$@" || status=1
 else
   echo "e2e: nginx is not installed; its form is not tested" >&2

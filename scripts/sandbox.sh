@@ -41,7 +41,8 @@ export CAMERA_INDEX
 readonly CAM_ADDR=192.168.1.$((98 + 2 * CAMERA_INDEX))/24
 readonly LAN_ADDR=192.168.1.1/24
 readonly GATEWAY=192.168.1.1
-readonly CAM_MAC=$(printf '02:00:c0:a8:01:%02x' $((98 + 2 * CAMERA_INDEX)))
+CAM_MAC=$(printf '02:00:c0:a8:01:%02x' $((98 + 2 * CAMERA_INDEX)))
+readonly CAM_MAC
 readonly LAN_MAC=02:00:c0:a8:01:01
 readonly CAM_NAME=PTZ-4K$CAMERA_INDEX
 
@@ -160,6 +161,7 @@ inside() {
   # From here on the processes find the stand-ins first, and none of them
   # may set the host's clock or load kernel modules, whatever it runs.
   export PATH="$run/bin:$PATH"
+  # shellcheck disable=SC2054  # one argument: the capabilities setpriv drops
   local confine=(setpriv --bounding-set -sys_time,-sys_module --)
   export CAMERA_RUN_DIR="$run"
   cd / || exit 1

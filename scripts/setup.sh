@@ -13,7 +13,7 @@ set -euo pipefail
 test_packages=()
 if [ "${1:-}" = --test ]; then
   shift
-  test_packages=(chromium chromium-driver python3-selenium nginx openssl)
+  test_packages=(chromium chromium-driver python3-selenium nginx openssl clang-format shellcheck)
 fi
 packages=("$@")
 if [ ${#packages[@]} -eq 0 ]; then

@@ -40,14 +40,14 @@ sample() {  # sample LABEL
   local pid rss fds
   pid=$(web_pid)
   rss=$(awk '/^VmRSS/ {print $2}' "/proc/$pid/status" 2>/dev/null)
-  fds=$(ls "/proc/$pid/fd" 2>/dev/null | wc -l)
+  fds=$(find "/proc/$pid/fd" -mindepth 1 -maxdepth 1 2>/dev/null | wc -l)
   rows+=$'\n'"| $1 | $pid | ${rss:-?} | $(private_dirty "$pid") | $fds | $(queues) | $(cat "$CAMERA_RUN_DIR/web.restarts" 2>/dev/null || echo 0) |"
   echo "soak: $1 requests: responder $pid, RSS ${rss:-?} kB, $fds descriptors"
   [ -n "$first_pid" ] || first_pid=$pid
   [ "$pid" = "$first_pid" ] || { echo "soak: the responder changed ($first_pid, now $pid)" >&2; status=1; }
 }
 
-status=0 first_pid= lines=
+status=0 first_pid='' lines=''
 "$BUILD/soak" "$port" "$CAMERA_RUN_DIR" save "$CAMERA_RUN_DIR/before.txt" || status=1
 started=$(date +%s)
 sample 0
