@@ -8,6 +8,7 @@
 #include "camera/image_ctrl.h"
 #include "camera/visca_ops.h"
 #include "ipc/sys_port.h"
+#include "json/json_fields.h"
 #include "json/json_section.h"
 
 namespace {

@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include "ipc/sys_port.h"
+#include "json/json_block.h"
 #include "json/json_section.h"
 
 namespace {

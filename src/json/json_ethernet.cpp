@@ -17,6 +17,7 @@
 #include "camera/image_ctrl.h"
 #include "ipc/sys_port.h"
 #include "json/json_access.h"
+#include "json/json_fields.h"
 #include "json/json_section.h"
 #include "net/net_config.h"
 #include "support/log.h"

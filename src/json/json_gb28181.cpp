@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 
+#include "json/json_block.h"
 #include "json/json_section.h"
 #include "net/net_config.h"
 

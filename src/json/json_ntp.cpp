@@ -9,6 +9,7 @@
 #include <cstddef>
 
 #include "ipc/sys_port.h"
+#include "json/json_fields.h"
 #include "json/json_section.h"
 #include "support/owners.h"
 

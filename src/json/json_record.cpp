@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 
+#include "json/json_block.h"
 #include "json/json_section.h"
 
 namespace {

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "ipc/sys_port.h"
+#include "json/json_block.h"
 #include "json/json_section.h"
 #include "net/net_config.h"
 #include "support/owners.h"

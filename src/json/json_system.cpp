@@ -24,6 +24,7 @@
 #include "ipc/sys_port.h"
 #include "json/json_access.h"
 #include "json/json_image.h"
+#include "json/json_fields.h"
 #include "json/json_section.h"
 #include "json/json_system_rows.h"
 #include "net/net_config.h"

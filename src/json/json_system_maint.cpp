@@ -17,6 +17,7 @@
 
 #include "cgi/upload.h"
 #include "ipc/sys_port.h"
+#include "json/json_fields.h"
 #include "json/json_section.h"
 #include "json/json_system.h"
 #include "json/json_system_rows.h"

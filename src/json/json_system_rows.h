@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "ipc/sys_commands.h"
-#include "json/json_section.h"
+#include "json/json_fields.h"
 
 namespace system_section {
 
