@@ -67,6 +67,15 @@ constexpr std::array<GetRoute, 9> kGetRoutes{{
     {"man_session?", Match::Prefix, 12, 12, man_session},
     {"camdata", Match::Whole, 0, 7, [](const char*) { return camdata(); }},
 }};
+// A prefix is compared whole and its argument starts right after it.
+constexpr bool routes_consistent() {
+    for (const GetRoute& r : kGetRoutes) {
+        const size_t length = std::char_traits<char>::length(r.prefix);
+        if ((r.match == Match::Prefix && r.compare_len != length) || r.arg_offset != length) return false;
+    }
+    return true;
+}
+static_assert(routes_consistent(), "a route compares or skips other than its prefix");
 
 struct PostRoute {
     const char* name;

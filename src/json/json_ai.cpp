@@ -70,6 +70,7 @@ constexpr auto kFields = std::to_array<Field>({
     action("peopleChange", "ai_people_change", send_word),
     action("framingOnePush", "ai_framing_one_push", send_true),
 });
+static_assert(fields_fit(kFields, sizeof(AiInfo)));
 
 const uint8_t* area_bytes() { return reinterpret_cast<const uint8_t*>(sys_ai_info()); }
 

@@ -109,6 +109,14 @@ constexpr std::array<Command, 14> kCommands{{
     {"controlHubPort", SysCmd::control_hub_port, Step::port},
     {"ssdp", SysCmd::ssdp, Step::port},
 }};
+// Every command names a row of the table.
+constexpr bool commands_name_rows() {
+    for (const Command& c : kCommands)
+        if (!names_a_row(kFields, c.key)) return false;
+    return true;
+}
+static_assert(commands_name_rows(), "a command names no row of the ethernet table");
+static_assert(fields_fit(kFields, sizeof(SysInfo)));
 
 // Sends, in table order, the commands of `step` whose value differs from
 // the record; false at the first that fails.

@@ -146,6 +146,13 @@ constexpr size_t field_bytes(const Field& row) {
     }
     return 0;
 }
+// Whether `key` names a row of `table` (case-blind, as requests do).
+constexpr bool names_a_row(Fields table, std::string_view key) {
+    for (const Field& row : table)
+        if (same_word(row.name, key)) return true;
+    return false;
+}
+
 // Whether every row of a table lies inside a block of `size` bytes.
 constexpr bool fields_fit(Fields table, size_t size) {
     for (const Field& row : table)

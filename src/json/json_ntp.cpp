@@ -29,6 +29,7 @@ constexpr auto kFields = std::to_array<Field>({
     field("update interval", FieldForm::u32, offsetof(NtpParams, updateInterval)),
     own_field("state").only_in(kInKeyed).read_only().read_by(read_state),
 });
+static_assert(fields_fit(kFields, sizeof(NtpParams)) && sizeof(NtpParams) == sys_cmd_width(SysCmd::ntp));
 
 uint8_t* stored_block() {
     SysInfo* info = sys_info();

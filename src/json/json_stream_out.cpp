@@ -44,6 +44,7 @@ constexpr auto kRtmpFields = std::to_array<Field>({
     text_field("url", offsetof(RtmpPush, url), sizeof(RtmpPush::url)),
     field("status", FieldForm::u8, offsetof(RtmpPush, status)),
 });
+static_assert(fields_fit(kRtmpFields, sizeof(RtmpPush)));
 
 const uint8_t* rtmp_block(const Stream& stream) {
     const SysState* state = sys_state(1);

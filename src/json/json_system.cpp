@@ -194,6 +194,7 @@ constexpr auto kTaskFields = std::to_array<Field>({
     field("min", FieldForm::u8, offsetof(PowerTask, minute)),
     field("sec", FieldForm::u8, offsetof(PowerTask, second)),
 });
+static_assert(fields_fit(kTaskFields, sizeof(PowerTask)));
 constexpr int kTasks = 8;
 using Tasks = std::array<PowerTask, kTasks>;
 static_assert(sizeof(Tasks) == sizeof(SysState::power) && sizeof(Tasks) == 96);

@@ -10,9 +10,14 @@
 #include <span>
 #include <string_view>
 
-// Equal without regard to case (ASCII), lengths included.
-inline bool same_word(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && (a.empty() || strncasecmp(a.data(), b.data(), a.size()) == 0);
+// Equal without regard to case (ASCII), lengths included; usable when a
+// table is checked as it compiles.
+constexpr char ascii_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+constexpr bool same_word(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (ascii_lower(a[i]) != ascii_lower(b[i])) return false;
+    return true;
 }
 // The same against a C string that may be null (null matches nothing).
 inline bool same_word(const char* a, std::string_view b) {
