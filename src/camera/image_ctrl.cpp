@@ -3,6 +3,7 @@
 // and decodes the reply as the row says.
 #include "camera/image_ctrl.h"
 
+#include <arpa/inet.h>
 #include <strings.h>
 #include <dirent.h>
 #include <sys/stat.h>
@@ -15,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "camera/image_runner.h"
 #include "camera/visca_ops.h"
 #include "ipc/CamMsgDrv.h"
 #include "ipc/sys_port.h"
@@ -27,7 +29,7 @@ using visca::Kind;
 using visca::Row;
 using visca::row;
 
-namespace {
+namespace camera_run {
 
 // ---- transport ---------------------------------------------------------------------
 const CamTransport* g_transport = nullptr;
@@ -65,12 +67,6 @@ void chan_flush() {
 }
 
 // ---- packets -----------------------------------------------------------------------
-// The working copy of a template; replies are written back into it.
-struct Buf {
-    std::array<uint8_t, visca::kBufSize> b{};
-    int len = 0;
-};
-
 Buf load(const Row& r) {
     Buf buf;
     std::memcpy(buf.b.data(), r.packet.b.data(), r.packet.len);
@@ -99,6 +95,10 @@ bool put(Buf& buf, const Row& r, int value, int pos) {
     case Enc::Flag: buf.b[pos] = value ? 0x02 : 0x03; return true;
     case Enc::Nib2: put_nibbles(buf, pos, u & 0xFF, 2); return true;
     case Enc::Nib4: put_nibbles(buf, pos, u & 0xFFFF, 4); return true;
+    case Enc::Nib8: put_nibbles(buf, pos, u, 8); return true;
+    case Enc::Bytes4:
+        for (int i = 0; i < 4; ++i) buf.b[pos + i] = static_cast<uint8_t>(u >> (8 * i));
+        return true;
     case Enc::Index:
         if (value < 0 || static_cast<size_t>(value) >= r.codes.size()) return false;
         buf.b[pos] = r.codes[value];
@@ -188,6 +188,13 @@ int op_choose(const Row& r, const char* word) {
     return w != nullptr ? op_set(r, w->code) : -1;
 }
 
+// The pan-tilt drive's four value bytes as the row's argument.
+int drive_word(int pan_speed, int tilt_speed, int pan_dir, int tilt_dir) {
+    const auto byte = [](int v) { return static_cast<unsigned>(v) & 0xFFu; };
+    return static_cast<int>(byte(pan_speed) | byte(tilt_speed) << 8 | byte(pan_dir) << 16 |
+                            byte(tilt_dir) << 24);
+}
+
 // Zoom and focus drive byte: 2p moves one way, 3p the other, 00 stops.
 int drive_byte(int direction, int speed) {
     if (direction == 1) return 0x20 | (speed & 0x0F);
@@ -209,87 +216,16 @@ void send_pan_tilt(int pan, int tilt) {
     send_after_flush(r, buf);
 }
 
-// ---- drive tables --------------------------------------------------------------------
-struct Direction {
-    std::string_view log;
-    int direction;
-};
-constexpr Direction kZoomDirections[] = {{"Zoom Stop\n", 0}, {"Zoom In\n", 1}, {"Zoom Out\n", 2}};
-constexpr Direction kFocusDirections[] = {{"Focus Stop\n", 0}, {"Focus Near\n", 1}, {"Focus Far\n", 2}};
+}  // namespace camera_run
 
-enum class PtzPacket : uint8_t { Drive, Home, Reset };
-struct PtzAction {
-    std::string_view log;
-    PtzPacket packet;
-    uint8_t pan;   // 01 left, 02 right, 03 none
-    uint8_t tilt;  // 01 up, 02 down, 03 none
-};
-constexpr PtzAction kPtzActions[] = {
-    {"PTZ Stop\n", PtzPacket::Drive, 3, 3},       {"PTZ Up\n", PtzPacket::Drive, 3, 1},
-    {"PTZ Down\n", PtzPacket::Drive, 3, 2},       {"PTZ Left\n", PtzPacket::Drive, 1, 3},
-    {"PTZ Right\n", PtzPacket::Drive, 2, 3},      {"PTZ Home\n", PtzPacket::Home, 0, 0},
-    {"PTZ Reset\n", PtzPacket::Reset, 0, 0},      {"PTZ Up Left\n", PtzPacket::Drive, 1, 1},
-    {"PTZ Down Left\n", PtzPacket::Drive, 1, 2},  {"PTZ Up Right\n", PtzPacket::Drive, 2, 1},
-    {"PTZ Down Right\n", PtzPacket::Drive, 2, 2},
-};
+using namespace camera_run;
+
+namespace {
 
 const visca::Format* format_by_code(int code) {
     for (const visca::Format& f : visca::kFormats)
         if (f.code == code) return &f;
     return nullptr;
-}
-
-// ---- snapshot ------------------------------------------------------------------------
-constexpr const char* kSnapFile = "/tmp/snap.jpg";
-constexpr int kSnapPolls = 30;  // 100 ms apart: at most 3 s
-constexpr size_t kSnapNameMax = 63;
-
-// Named snapshots are links in the web root. Each new name would add one
-// for good, so at most kSnapLinksMax are kept: before a new name is linked,
-// the oldest links go until there is room (a name already there is only
-// pointed anew).
-constexpr const char* kSnapDir = "/opt/ipnc/www/images/snap";
-constexpr size_t kSnapLinksMax = 32;
-
-void snap_links_make_room(const char* name) {
-    struct Link {
-        std::string name;
-        time_t made;
-    };
-    std::vector<Link> links;
-    if (DIR* dir = opendir(kSnapDir)) {
-        while (const dirent* e = readdir(dir)) {
-            const std::string entry = e->d_name;
-            if (entry == "." || entry == "..") continue;
-            if (entry == name) {
-                closedir(dir);
-                return;
-            }
-            struct stat st {};
-            const std::string full = std::string(kSnapDir) + "/" + entry;
-            if (lstat(full.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) links.push_back({entry, st.st_mtime});
-        }
-        closedir(dir);
-    }
-    if (links.size() < kSnapLinksMax) return;
-    std::sort(links.begin(), links.end(), [](const Link& a, const Link& b) { return a.made < b.made; });
-    for (size_t i = 0; i + kSnapLinksMax <= links.size(); ++i)
-        unlink((std::string(kSnapDir) + "/" + links[i].name).c_str());
-}
-
-// A link name is a plain file name: letters, digits, '.', '_' and '-', not
-// "." or "..", so it can neither leave the snapshot directory nor reach a shell.
-bool snap_name_ok(const char* name) {
-    size_t len = std::strlen(name);
-    if (len == 0 || len > kSnapNameMax) return false;
-    if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) return false;
-    for (size_t i = 0; i < len; ++i) {
-        char c = name[i];
-        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-                  c == '_' || c == '-';
-        if (!ok) return false;
-    }
-    return true;
 }
 
 }  // namespace
@@ -438,13 +374,12 @@ int image_params_save(int value) { return value ? op_send(row("image_params_save
 // The version inquiry answers 90 50, the version text, FF.
 int image_camera_version(char* out, size_t size) {
     if (out == nullptr || size == 0) return -1;
-    std::array<uint8_t, 128> reply{0x81, 0x09, 0x00, 0x03, 0xFF};
-    int capacity = static_cast<int>(reply.size());
-    const int n = chan_wait(reply.data(), 5, &capacity);
-    if (n < 3 || reply[1] != 0x50) return -1;
-    const size_t length =
-        std::min(static_cast<size_t>(std::min(n, static_cast<int>(reply.size()))) - 3, size - 1);
-    std::memcpy(out, reply.data() + 2, length);
+    const Row& r = row("camera version");
+    Buf buf = load(r);
+    const int n = ask(r, buf);
+    if (n < 3 || buf.b[1] != 0x50) return -1;
+    const size_t length = std::min(static_cast<size_t>(n) - 3, size - 1);
+    std::memcpy(out, buf.b.data() + 2, length);
     out[length] = '\0';
     return 0;
 }
@@ -452,160 +387,20 @@ int image_camera_version(char* out, size_t size) {
 // Tells the camera module the device's address: 81 01 08 AB, each octet as
 // its high and low nibble, FF; nothing is awaited.
 int image_announce_addr(uint32_t addr) {
-    std::array<uint8_t, 13> packet{0x81, 0x01, 0x08, 0xAB};
-    const auto* octet = reinterpret_cast<const uint8_t*>(&addr);  // network order: first octet first
-    for (size_t i = 0; i < 4; ++i) {
-        packet[4 + 2 * i] = static_cast<uint8_t>(octet[i] >> 4);
-        packet[5 + 2 * i] = static_cast<uint8_t>(octet[i] & 0x0F);
-    }
-    packet[12] = 0xFF;
-    return chan_nowait(packet.data(), static_cast<int>(packet.size())) < 0 ? -1 : 0;
+    return op_set(row("announce address"), static_cast<int>(ntohl(addr)));  // the first octet first
 }
 
 // The encoder board's address: 90 50, eight nibbles (two per octet, high
 // first), FF.
 uint32_t fpga_get_ip() {
-    std::array<uint8_t, 16> reply{0x81, 0x09, 0x08, 0xAB, 0xFF};
-    int capacity = static_cast<int>(reply.size());
-    if (chan_wait(reply.data(), 5, &capacity) != 11 || reply[1] != 0x50) return 0xFFFFFFFFu;
+    const Row& r = row("encoder board address");
+    Buf buf = load(r);
+    if (ask(r, buf) != r.exact || buf.b[1] != 0x50) return 0xFFFFFFFFu;
     uint32_t addr = 0;
     auto* octet = reinterpret_cast<uint8_t*>(&addr);  // network order: first octet first
     for (size_t i = 0; i < 4; ++i)
-        octet[i] = static_cast<uint8_t>((reply[2 + 2 * i] & 0x0F) << 4 | (reply[3 + 2 * i] & 0x0F));
+        octet[i] = static_cast<uint8_t>((buf.b[2 + 2 * i] & 0x0F) << 4 | (buf.b[3 + 2 * i] & 0x0F));
     return addr;
 }
 
-int image_encoder_reload() {
-    static constexpr std::array<uint8_t, 5> kReload{0x81, 0x01, 0x08, 0xA0, 0xFF};
-    return chan_nowait(kReload.data(), static_cast<int>(kReload.size()));
-}
-
-// ---- drives ------------------------------------------------------------------------------
-int image_zoom_ctrl(int direction, int speed) {
-    if (speed < 0 || speed > 7) return -1;
-    for (const Direction& d : kZoomDirections) {
-        if (d.direction != direction) continue;
-        LOG_DBG("%s", d.log.data());
-        return op_set(row("zoom drive"), drive_byte(direction, speed));
-    }
-    return -1;
-}
-
-// Focus moves only in manual focus, so every drive (a stop too) switches to it first.
-int image_focus_ctrl(int direction, int speed) {
-    if (speed < 0 || speed > 7) return -1;
-    for (const Direction& d : kFocusDirections) {
-        if (d.direction != direction) continue;
-        LOG_DBG("%s", d.log.data());
-        int manual = op_send(row("focus manual"));
-        int drive = op_set(row("focus drive"), drive_byte(direction, speed));
-        return manual < 0 || drive < 0 ? -1 : 0;
-    }
-    return -1;
-}
-
-int image_ptz_ctrl(int action, int speed) {
-    if (speed < 0 || speed > 24 || action < 0 || action >= static_cast<int>(std::size(kPtzActions)))
-        return -1;
-    const PtzAction& a = kPtzActions[action];
-    LOG_DBG("%s", a.log.data());
-    if (a.packet == PtzPacket::Home) return op_send(row("pan tilt home"));
-    if (a.packet == PtzPacket::Reset) return op_send(row("pan tilt reset"));
-    const Row& r = row("pan tilt drive");
-    Buf buf = load(r);
-    buf.b[4] = buf.b[5] = static_cast<uint8_t>(speed);
-    buf.b[6] = a.pan;
-    buf.b[7] = a.tilt;
-    return send(r, buf);
-}
-
-int image_ptz_drive(int pan_dir, int pan_speed, int tilt_dir, int tilt_speed) {
-    const Row& r = row("pan tilt drive");
-    Buf buf = load(r);
-    buf.b[4] = static_cast<uint8_t>(pan_speed);
-    buf.b[5] = static_cast<uint8_t>(tilt_speed);
-    buf.b[6] = static_cast<uint8_t>(pan_dir);
-    buf.b[7] = static_cast<uint8_t>(tilt_dir);
-    send_after_flush(r, buf);
-    return 0;
-}
-
-int image_abs_position(int zoom, int focus, int pan, int tilt) {
-    const Row* lens = zoom != -1 && focus != -1 ? &row("abs zoom focus")
-                      : zoom != -1              ? &row("abs zoom")
-                      : focus != -1             ? &row("abs focus")
-                                                : nullptr;
-    if (lens) {
-        Buf buf = load(*lens);
-        int pos = lens->pos;
-        if (zoom != -1) {
-            put(buf, *lens, zoom, pos);
-            pos += 4;
-        }
-        if (focus != -1) put(buf, *lens, focus, pos);
-        send_after_flush(*lens, buf);
-    }
-    if (pan == -1 && tilt == -1) return 0;
-    if (pan == -1 || tilt == -1) {
-        // One axis: keep the other where the head is now (0 if unknown).
-        int16_t cur_pan = 0, cur_tilt = 0;
-        if (image_pt_pos_get(&cur_pan, &cur_tilt) < 0) cur_pan = cur_tilt = 0;
-        if (pan == -1) pan = cur_pan;
-        if (tilt == -1) tilt = cur_tilt;
-    }
-    send_pan_tilt(pan, tilt);
-    return 0;
-}
-
-// Unchecked drives of the remote-control protocol.
-int image_zoom_drive(int direction, int speed) {
-    return op_set(row("zoom drive"), drive_byte(direction, speed));
-}
-int image_focus_drive(int direction, int speed) {
-    int manual = op_send(row("focus manual"));
-    int drive = op_set(row("focus drive"), drive_byte(direction, speed));
-    return manual < 0 || drive < 0 ? -1 : 0;
-}
-int image_ptz_home() { return op_send(row("pan tilt home")); }
-
-// ---- snapshot ------------------------------------------------------------------------
-// Asks the system server for a still picture of width x height (system
-// command 41, payload: mode, flag, width / 16, height / 16), waits up to 3 s
-// for it to land in /tmp/snap.jpg and, given a name, links it by that name
-// under the web's snapshot directory.
-int image_snapshot(int mode, const char* name, int width, int height, int flag) {
-    if (name && *name == '\0') name = nullptr;
-    if (name && !snap_name_ok(name)) {
-        LOG_ERR("invalid snapshot name\n");
-        return -1;
-    }
-    if (mode < 0 || mode > 255 || flag < 0 || flag > 255 || width < 16 || width > 4080 || height < 16 ||
-        height > 4080) {
-        LOG_ERR("invalid snapshot parameters\n");
-        return -1;
-    }
-    unlink(kSnapFile);
-    uint8_t payload[4] = {static_cast<uint8_t>(mode), static_cast<uint8_t>(flag),
-                          static_cast<uint8_t>(width / 16), static_cast<uint8_t>(height / 16)};
-    if (sys_send_block<SysCmd::snapshot>(payload) < 0) {
-        LOG_ERR("snapshot request failed\n");
-        return -1;
-    }
-    bool present = false;
-    for (int i = 0; i < kSnapPolls && !present; ++i) {
-        present = access(kSnapFile, F_OK) == 0;
-        if (!present) usleep(100 * 1000);
-    }
-    if (!present) {
-        LOG_ERR("snapshot not taken\n");
-        return -1;
-    }
-    if (pox_system("mkdir -p /opt/ipnc/www/images/snap") < 0) return -1;  // kSnapDir
-    if (name) {
-        snap_links_make_room(name);
-        char cmd[160];
-        std::snprintf(cmd, sizeof cmd, "ln -sf /tmp/snap.jpg %s/%s", kSnapDir, name);
-        if (pox_system(cmd) < 0) return -1;
-    }
-    return 0;
-}
+int image_encoder_reload() { return op_send(row("encoder reload")); }

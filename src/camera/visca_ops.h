@@ -43,6 +43,8 @@ enum class Enc : uint8_t {
     Flag,    // non-zero sends 02, zero 03
     Nib2,    // low 8 bits as 0p 0q
     Nib4,    // low 16 bits as 0p 0q 0r 0s
+    Nib8,    // all 32 bits as eight nibbles, the highest first
+    Bytes4,  // the four bytes of the argument, the lowest first (each as given)
     Choice,  // a word looked up in the row's word list, its code as one byte
     Index,   // small index looked up in the row's code list, the code as one byte
 };
@@ -283,13 +285,20 @@ inline constexpr Row kRows[] = {
     set("zoom drive", pkt({0x81, 0x01, 0x04, 0x07, 0x00, 0xFF}), Byte, 4),
     set("focus manual", pkt({0x81, 0x01, 0x04, 0x38, 0x03, 0xFF})),
     set("focus drive", pkt({0x81, 0x01, 0x04, 0x08, 0x00, 0xFF}), Byte, 4),
-    set("pan tilt drive", pkt({0x81, 0x01, 0x06, 0x01, 0x0A, 0x0A, 0x03, 0x03, 0xFF})),
+    // pan speed, tilt speed, pan direction (01 left, 02 right, 03 none), tilt
+    // direction (01 up, 02 down, 03 none)
+    set("pan tilt drive", pkt({0x81, 0x01, 0x06, 0x01, 0x00, 0x00, 0x00, 0x00, 0xFF}), Bytes4, 4),
     set("pan tilt home", pkt({0x81, 0x01, 0x06, 0x04, 0xFF})),
     set("pan tilt reset", pkt({0x81, 0x01, 0x06, 0x05, 0xFF})),
     set("abs zoom focus", pkt({0x81, 0x01, 0x04, 0x47, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xFF}),
         Nib4, 4),
     set("abs zoom", pkt({0x81, 0x01, 0x04, 0x47, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4, 4),
     set("abs focus", pkt({0x81, 0x01, 0x04, 0x48, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4, 4),
+    // the camera module and the encoder board
+    get("camera version", pkt({0x81, 0x09, 0x00, 0x03, 0xFF}), Raw, kBufSize),
+    set("announce address", pkt({0x81, 0x01, 0x08, 0xAB, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF}), Nib8, 4),
+    get("encoder board address", pkt({0x81, 0x09, 0x08, 0xAB, 0xFF}), Raw, 16, 11),
+    set("encoder reload", pkt({0x81, 0x01, 0x08, 0xA0, 0xFF})),
     set("abs pan tilt",
         pkt({0x81, 0x01, 0x06, 0x02, 0x18, 0x18, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xFF}), Nib4,
         6),
@@ -330,7 +339,11 @@ consteval bool rows_well_formed() {
         const Packet& p = r.packet;
         if (p.len < 5 || !framed(p)) return false;
         if (p.b[1] != (r.kind == Kind::Get ? 0x09 : 0x01)) return false;
-        int width = r.enc == Enc::None ? 0 : r.enc == Enc::Nib2 ? 2 : r.enc == Enc::Nib4 ? 4 : 1;
+        const int width = r.enc == Enc::None                           ? 0
+                          : r.enc == Enc::Nib2                         ? 2
+                          : r.enc == Enc::Nib4 || r.enc == Enc::Bytes4 ? 4
+                          : r.enc == Enc::Nib8                         ? 8
+                                                                       : 1;
         if (width && (r.pos < 4 || r.pos + width > p.len - 1)) return false;
         for (int i = 0; i < width; ++i)
             if (p.b[r.pos + i] != 0) return false;

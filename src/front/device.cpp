@@ -10,6 +10,7 @@
 
 #include <cJSON.h>
 
+#include "camera/snapshot.h"
 #include "cgi/output.h"
 #include "cgi/reply.h"
 #include "ipc/sys_port.h"
@@ -20,8 +21,6 @@
 namespace {
 
 constexpr const char* kLogoPath = "/opt/params/logo.jpg";
-constexpr const char* kSnapPath = "/tmp/snap.jpg";
-constexpr int kSnapWaitTries = 30;   // 100 ms apart
 constexpr int kInUseWaitTries = 20;  // 500 ms apart
 
 using PathHandler = int (*)();
@@ -108,17 +107,13 @@ int device_preview() {
     }
 
     // Let a snapshot still being written finish, but do not wait forever.
-    for (int i = 0; i < kInUseWaitTries && file_in_use(kSnapPath) == 1; ++i) usleep(500 * 1000);
+    for (int i = 0; i < kInUseWaitTries && file_in_use(kSnapFile) == 1; ++i) usleep(500 * 1000);
     pox_system("rm /tmp/snap.jpg 1>/dev/null 2>/dev/null");
 
-    unsigned char request[4] = {0x68, 0x01, 0x40, 0x41};
-    if (sys_send_block<SysCmd::snapshot>(request) < 0) {
-        LOG_ERR("snapshot request failed\n");
-        return 0;
-    }
-    for (int i = 0; i < kSnapWaitTries && access(kSnapPath, F_OK) != 0; ++i) usleep(100 * 1000);
+    static constexpr uint8_t kPreviewRequest[4] = {0x68, 0x01, 0x40, 0x41};
+    if (snapshot_take(kPreviewRequest) != 0 && access(kSnapFile, F_OK) != 0) return 0;
 
-    FilePtr snap(std::fopen(kSnapPath, "rb"));
+    FilePtr snap(std::fopen(kSnapFile, "rb"));
     if (!snap) {
         LOG_ERR("no snapshot picture\n");
         return 0;
