@@ -52,13 +52,22 @@ class Journal:
 
     def wait_for(self, pattern, timeout=5):
         """Waits until a line matches; the lines so far."""
+        return self.wait_until(lambda lines: any(re.fullmatch(pattern, line) for line in lines), pattern, timeout)
+
+    def wait_until(self, done, what, timeout=5):
+        """Waits until done(lines) holds; the lines so far."""
         end = time.time() + timeout
         while time.time() < end:
             lines = self.lines()
-            if any(re.fullmatch(pattern, line) for line in lines):
+            if done(lines):
                 return lines
             time.sleep(0.05)
-        raise AssertionError(f"no line {pattern!r} in {self.path}: {self.lines()}")
+        raise AssertionError(f"never {what} in {self.path}: {self.lines()}")
+
+    def wait_stopped(self):
+        """Waits until a move was sent and the last pan-tilt drive is the stop."""
+        return self.wait_until(lambda lines: any(PAN_TILT.fullmatch(l) and not PT_STOP.fullmatch(l) for l in lines)
+                               and PT_STOP.fullmatch(last_drive(lines)), "a move, then the stop")
 
 
 class LiveView(unittest.TestCase):
@@ -135,7 +144,7 @@ class LiveView(unittest.TestCase):
         before = self.picture()
         self.visca.mark()
         self.drag("joystick", (30, -30), (40, -40), (30, -30))
-        lines = self.visca.wait_for(PT_STOP.pattern)
+        lines = self.visca.wait_stopped()
         moves = self.pan_tilt_moves(lines)
         self.assertGreaterEqual(len(moves), 2, lines)
         self.assertTrue(all(m[2:] == ("02", "01") for m in moves), moves)  # right and up
@@ -167,7 +176,7 @@ class LiveView(unittest.TestCase):
                 else:
                     self.visca.wait_for(r"81 01 06 01 .. .. 02 03 ff")
                     self.driver.execute_script(script)
-                lines = self.visca.wait_for(PT_STOP.pattern)
+                lines = self.visca.wait_stopped()
                 self.assertRegex(last_drive(lines), PT_STOP)
                 ActionChains(self.driver).release().perform()
         self.assertIn("cannot be reached", self.el("message").text)
@@ -176,7 +185,7 @@ class LiveView(unittest.TestCase):
         self.logged_in()
         self.visca.mark()
         ActionChains(self.driver).key_down(Keys.ARROW_LEFT).pause(0.3).key_up(Keys.ARROW_LEFT).perform()
-        lines = self.visca.wait_for(PT_STOP.pattern)
+        lines = self.visca.wait_stopped()
         self.assertTrue(any(re.fullmatch(r"81 01 06 01 .. .. 01 03 ff", line) for line in lines), lines)
 
     def test_zoom_focus_presets_and_standby(self):

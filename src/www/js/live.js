@@ -24,10 +24,10 @@ const releases = [];  // what every control does when let go
 const stopAll = () => releases.forEach((release) => release());
 
 class Drive {
-  constructor(move) {
+  constructor(move, axes = 1) {
     this.move = move;
-    this.target = [0];
-    this.sent = [0];
+    this.target = Array(axes).fill(0);
+    this.sent = Array(axes).fill(0);
     this.busy = false;
     this.retries = 0;
   }
@@ -59,7 +59,7 @@ class Drive {
   }
 }
 
-const panTilt = new Drive((pan, tilt) => api.panTilt(pan, tilt));
+const panTilt = new Drive((pan, tilt) => api.panTilt(pan, tilt), 2);
 const zoom = new Drive((speed) => api.zoom(speed));
 const focus = new Drive((direction) => api.focus(direction));
 
