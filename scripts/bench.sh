@@ -48,7 +48,7 @@ start_server product || { echo "bench: no web server" >&2; camera_finish 1; }
 PRODUCT_PORT=$SERVER_PORT
 start_server floor || { echo "bench: no web server for the floor" >&2; camera_finish 1; }
 FLOOR_PORT=$SERVER_PORT
-for ((i = 0; i < 50; i++)); do [ -S "$CAMERA_RUN_DIR/floor.sock" ] && break; sleep 0.1; done
+wait_until 5 test -S "$CAMERA_RUN_DIR/floor.sock"
 
 enc() {  # the few characters of these queries that a URL must escape
   local s=$1

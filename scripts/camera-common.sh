@@ -5,6 +5,9 @@
 # The caller sets: REPO (repository root), BUILD (build directory),
 # CAMERA_RUN_DIR (state directory, exported).
 
+# shellcheck source=proc.sh
+. "$REPO/scripts/proc.sh"
+
 SANDBOX_PID=
 LIGHTTPD_PID=
 EXTRA_PIDS=()   # further web servers and responders this script started
@@ -19,11 +22,8 @@ camera_start() {
   export SOCKET_USER
   ${CAMERA_CPUS:+taskset -c "$CAMERA_CPUS"} "$REPO/scripts/sandbox.sh" "$BUILD" &
   SANDBOX_PID=$!
-  for ((i = 0; i < timeout * 10; i++)); do
-    [ -e "$CAMERA_RUN_DIR/sandbox.ready" ] && [ -S "$CAMERA_RUN_DIR/web.sock" ] && return 0
-    kill -0 "$SANDBOX_PID" 2>/dev/null || break
-    sleep 0.1
-  done
+  serving() { [ -e "$CAMERA_RUN_DIR/sandbox.ready" ] && [ -S "$CAMERA_RUN_DIR/web.sock" ]; }
+  WHILE_RUNNING=$SANDBOX_PID wait_until "$timeout" serving && return 0
   echo "camera: the sandbox did not come up within ${timeout}s" >&2
   return 1
 }
@@ -175,11 +175,7 @@ web_start() {
   esac
   pid=$!
   if [ -n "$variant" ] || [ "$server" != "${WEB_SERVER:-lighttpd}" ]; then EXTRA_PIDS+=("$pid"); else LIGHTTPD_PID=$pid; fi
-  for ((i = 0; i < 50; i++)); do
-    port_in_use "$port" && return 0
-    kill -0 "$pid" 2>/dev/null || break
-    sleep 0.1
-  done
+  WHILE_RUNNING=$pid wait_until 5 port_in_use "$port" && return 0
   echo "camera: the web server did not start on port $port:" >&2
   tail -n 5 "${conf%.conf}.log" >&2
   [ "$pid" = "$LIGHTTPD_PID" ] && LIGHTTPD_PID=
@@ -207,26 +203,6 @@ free_port() {
     p=$((20000 + RANDOM % 20000))
     port_in_use "$p" || { echo "$p"; return 0; }
   done
-  return 1
-}
-
-# True while the process runs (a zombie counts as ended). Stopping polls
-# with this instead of `wait`, which can hang when called from a trap.
-running() {
-  local _pid _comm state
-  read -r _pid _comm state _ 2>/dev/null <"/proc/$1/stat" || return 1
-  [ "$state" != Z ]
-}
-
-# stop_process PID SECONDS: SIGTERM (repeated each second), then SIGKILL.
-stop_process() {
-  local pid=$1 i
-  for ((i = 0; i < $2 * 10; i++)); do
-    running "$pid" || return 0
-    ((i % 10 == 0)) && kill -TERM "$pid" 2>/dev/null
-    sleep 0.1
-  done
-  kill -KILL "$pid" 2>/dev/null
   return 1
 }
 

@@ -32,6 +32,8 @@ set -uo pipefail
 {
 
 say() { echo "sandbox: $*" >&2; }
+# shellcheck source=proc.sh
+. "$(dirname "$0")/proc.sh"
 
 # Identity of the simulated camera's network port: camera n of several
 # (CAMERA_INDEX, default 1) is 192.168.1.(98 + 2n), with a MAC of its own
@@ -178,12 +180,8 @@ inside() {
       continue
     fi
     "${confine[@]}" "$bin" >"$run/$name.out" 2>&1 &
-    for ((i = 0; i < 200; i++)); do
-      grep -q '^ready' "$run/$name.out" 2>/dev/null && break
-      kill -0 "$!" 2>/dev/null || break
-      sleep 0.05
-    done
-    grep -q '^ready' "$run/$name.out" 2>/dev/null || say "$name is not ready (see $run/$name.out)"
+    WHILE_RUNNING=$! wait_until 10 grep -q '^ready' "$run/$name.out" 2>/dev/null ||
+      say "$name is not ready (see $run/$name.out)"
   done
 
   # The responder, restarted whenever it ends, as on the camera.
@@ -220,11 +218,7 @@ inside() {
     done
   ) 2>>"$run/web.log" &
 
-  for ((i = 0; i < 200; i++)); do
-    [ -S "$run/web.sock" ] && break
-    sleep 0.05
-  done
-  [ -S "$run/web.sock" ] || say "the responder's socket did not appear (see $run/web.log)"
+  wait_until 10 test -S "$run/web.sock" || say "the responder's socket did not appear (see $run/web.log)"
   echo $$ >"$run/sandbox.ready"
 
   # Wait for a stop signal. A short sleep rather than one long wait: bash
@@ -343,28 +337,16 @@ tidy() {  # what only a running sandbox needs; the overlay's work directory
   rm -rf "$run/.etc-work"
 }
 
-running() {  # a zombie counts as ended
-  local _pid _comm state
-  read -r _pid _comm state _ 2>/dev/null <"/proc/$1/stat" || return 1
-  [ "$state" != Z ]
-}
-
 stop() {
   trap '' TERM INT HUP
   local init i
   init=$(pgrep -P "$upid" 2>/dev/null | head -n 1)
   [ -n "$init" ] && kill -TERM "$init" 2>/dev/null
-  for ((i = 0; i < 30; i++)); do
-    running "$upid" || break
-    sleep 0.1
-  done
+  wait_until 3 eval '! running "$upid"'
   # unshare takes its child (the namespace's first process) with it. No
   # `wait` here: called from a trap it can hang on an already reaped child.
   kill -KILL "$upid" 2>/dev/null
-  for ((i = 0; i < 30; i++)); do
-    running "$upid" || break
-    sleep 0.1
-  done
+  wait_until 3 eval '! running "$upid"'
   tidy
   exit 0
 }
