@@ -255,15 +255,13 @@ case "$run/" in
   /tmp/*|/opt/*|/mnt/*|/etc/*) run_inside=/run/camera-run ;;
   *) run_inside=$run ;;
 esac
-standin() {  # standin PATH [OUTPUT]: a program that only journals how it
-  # was called, and prints OUTPUT
-  cat >"$1" <<EOF
-#!/bin/sh
-# Stand-in for a firmware program: records its path and arguments.
-echo "\$0\${*:+ \$*}" >>"\${CAMERA_RUN_DIR:-$run_inside}/shell.log"
-${2:+printf '%s\\n' '$2'}
-exit 0
-EOF
+# standin PATH [NAME]: the stand-in NAME of sim/standins (default: the one
+# that only journals its call) put at PATH, for the journals at $run_inside.
+standin() {
+  local from=$repo/sim/standins/${2:-standin}
+  [ -e "$from" ] || from=$repo/sim/standins/standin
+  sed -e "s|@RUN@|$run_inside|g" -e "s|@REAL_MOUNT@|$real_mount|" -e "s|@REAL_UMOUNT@|$real_umount|" \
+    "$from" >"$1"
   chmod 0755 "$1"
 }
 
@@ -279,28 +277,10 @@ cp -R "$repo/src/www/." "$run/root/opt/ipnc/www/"
 seed "$run/root/etc/resolv.conf" 'nameserver 192.168.1.1\n'
 seed "$run/root/etc/srs.conf" 'listen\t\t1935;\nmax_connections\t1000;\n'
 touch "$run/shell.log"
-for p in "${PATH_STANDINS[@]}"; do standin "$run/bin/$p"; done
-standin "$run/bin/dmesg" '[    0.000000] simulated camera: kernel log'
-# The encoder board (at 192.168.1.101) exports its /opt/ndi, which is
-# run/board/ndi here: an NFS mount of that export binds the directory at
-# /mnt/fpga, and its unmount undoes it. A mount of any other address fails,
-# as an unreachable board would. Both still journal their line first.
+# mount and umount bind the encoder board's export (sim/standins say how).
 real_mount=$(PATH=/usr/sbin:/usr/bin:/sbin:/bin command -v mount)
 real_umount=$(PATH=/usr/sbin:/usr/bin:/sbin:/bin command -v umount)
-sed -i '/^exit 0$/d' "$run/bin/mount" "$run/bin/umount"
-cat >>"$run/bin/mount" <<EOF
-case "\$*" in
-  *"-t nfs "*" 192.168.1.101:/opt/ndi /mnt/fpga") exec $real_mount --bind "$run_inside/board/ndi" /mnt/fpga ;;
-  *"-t nfs "*) exit 32 ;;
-esac
-exit 0
-EOF
-cat >>"$run/bin/umount" <<EOF
-case "\$*" in
-  *" /mnt/fpga") exec $real_umount -l /mnt/fpga ;;
-esac
-exit 0
-EOF
+for p in "${PATH_STANDINS[@]}"; do standin "$run/bin/$p" "$p"; done
 [ -e "$run/ambad.img" ] || truncate -s 4G "$run/ambad.img"
 mkdir -p "$run/board/ndi"
 # The board's configuration as it leaves the factory (its device name is the camera's).
