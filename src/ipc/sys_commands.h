@@ -125,12 +125,12 @@ inline constexpr auto kSysCmds = std::to_array<SysCmdRow>({
 });
 // clang-format on
 
-constexpr const SysCmdRow* sys_cmd_row(SysCmd id) {
+// The payload width of a command (kSysText for a text; 0 for an id it lacks).
+constexpr int sys_cmd_width(SysCmd id) {
     for (const SysCmdRow& row : kSysCmds)
-        if (row.id == id) return &row;
-    return nullptr;
+        if (row.id == id) return row.width;
+    return 0;
 }
-constexpr int sys_cmd_width(SysCmd id) { return sys_cmd_row(id) != nullptr ? sys_cmd_row(id)->width : 0; }
 
 // One row per id, in id order, every id below the channel's limit of 71.
 constexpr bool sys_cmds_in_order() {

@@ -112,17 +112,13 @@ cJSON* json_feature_read(const cJSON* request) {
     cJSON* answer = cJSON_CreateObject();
     if (answer == nullptr) return nullptr;
     ensure_web_link();
-    if (all) {
-        for (int slot = 0; slot < kFeatureSlots; ++slot) answer_slot(answer, slot_name(slot).data(), slot);
-        return answer;
-    }
-    for (const cJSON* member = request->child; member != nullptr; member = member->next) {
-        const int slot = slot_of(member->string);
-        if (slot < 0 || !cJSON_IsTrue(member))
-            json_answer_false(answer, member->string);
-        else
-            answer_slot(answer, member->string, slot);
-    }
+    json_read_rule(
+        request, answer,
+        [](cJSON* out) {
+            for (int slot = 0; slot < kFeatureSlots; ++slot) answer_slot(out, slot_name(slot).data(), slot);
+        },
+        [](const cJSON* m) { return slot_of(m->string) >= 0; },
+        [](const cJSON* m, cJSON* out) { answer_slot(out, m->string, slot_of(m->string)); });
     return answer;
 }
 

@@ -206,27 +206,27 @@ int fields_read(Fields table, const uint8_t* block, const cJSON* member, const c
         return -1;
     }
     int result = 0;
-    if (cJSON_IsTrue(member)) {
-        fields_answer(table, block, answer, kInWhole);
-    } else if (cJSON_IsObject(member)) {
-        for (const cJSON* item = member->child; item != nullptr; item = item->next) {
-            int index = 0;
-            const Field* row =
-                find_field(table, item->string, index, [](const Field& r) { return (r.in & kInKeyed) != 0; });
-            if (row == nullptr || !cJSON_IsTrue(item)) {
-                json_answer_false(answer, item->string);
-                if (row == nullptr ? rules.unknown_fails : rules.non_true_fails) result = -1;
-                continue;
-            }
-            const char* key = row->exact_name ? row->name.data() : item->string;
-            cJSON* value = field_value(*row, block, index);
-            if (value != nullptr) {
-                json_answer(answer, key, value);
-            } else if (row->form == FieldForm::own) {
-                json_answer_false(answer, key);
-                result = -1;
-            }  // a code without a word answers nothing
-        }
+    const auto keyed = [](const Field& r) { return (r.in & kInKeyed) != 0; };
+    if (cJSON_IsTrue(member) || cJSON_IsObject(member)) {
+        const ReadTally tally = json_read_rule(
+            member, answer, [&](cJSON* out) { fields_answer(table, block, out, kInWhole); },
+            [&](const cJSON* item) {
+                int index = 0;
+                return find_field(table, item->string, index, keyed) != nullptr;
+            },
+            [&](const cJSON* item, cJSON* out) {
+                int index = 0;
+                const Field* row = find_field(table, item->string, index, keyed);
+                const char* key = row->exact_name ? row->name.data() : item->string;
+                cJSON* value = field_value(*row, block, index);
+                if (value != nullptr) {
+                    json_answer(out, key, value);
+                } else if (row->form == FieldForm::own) {
+                    json_answer_false(out, key);
+                    result = -1;
+                }  // a code without a word answers nothing
+            });
+        if ((tally.unknown && rules.unknown_fails) || (tally.not_true && rules.non_true_fails)) result = -1;
     }
     json_answer(reply, section, answer);
     return result;

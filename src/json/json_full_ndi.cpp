@@ -226,17 +226,20 @@ int json_full_ndi_get_ctrl(cJSON* member, cJSON* reply) {
     // answers the keys it names with true (a key the file lacks answers
     // nothing), and false for any other member.
     const cJSON* ndi = cJSON_GetObjectItemCaseSensitive(tree.get(), "ndi");
-    if (cJSON_IsObject(member)) {
-        for (const cJSON* asked = member->child; asked != nullptr; asked = asked->next) {
-            const NdiKey* key = find_row(std::span<const NdiKey>(kKeys), asked->string);
-            if (key == nullptr || !cJSON_IsTrue(asked)) {
-                json_answer_false(answer, asked->string);
-            } else if (ndi != nullptr) {
-                json_answer(answer, asked->string, api_value(ndi, *key));
-            }
-        }
-    } else if (cJSON_IsTrue(member) && ndi != nullptr) {  // any other value asks for nothing: {}
-        for (const NdiKey& key : kKeys) json_answer(answer, key.name.data(), api_value(ndi, key));
+    if (cJSON_IsTrue(member) || cJSON_IsObject(member)) {  // any other value asks for nothing: {}
+        const auto key_of = [](const cJSON* m) {
+            return find_row(std::span<const NdiKey>(kKeys), m->string);
+        };
+        json_read_rule(
+            member, answer,
+            [&](cJSON* out) {
+                for (const NdiKey& key : kKeys)
+                    if (ndi != nullptr) json_answer(out, key.name.data(), api_value(ndi, key));
+            },
+            [&](const cJSON* m) { return key_of(m) != nullptr; },
+            [&](const cJSON* m, cJSON* out) {
+                if (ndi != nullptr) json_answer(out, m->string, api_value(ndi, *key_of(m)));
+            });
     }
     json_answer(reply, member->string, answer);
     return 0;

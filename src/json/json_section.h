@@ -88,6 +88,34 @@ int json_rows_walk(std::span<const Row> rows, cJSON* member, cJSON* reply, bool 
     });
 }
 
+// The one read rule every section follows: `true` (or no request) answers
+// the whole section (`whole(out)`); an object answers each member that names
+// a key the section knows (`knows(member)`) with the value true through
+// `answer(member, out)`, and false for any other member. Says which kinds of
+// false came, for sections whose status depends on them.
+struct ReadTally {
+    bool unknown = false;   // a key the section does not know
+    bool not_true = false;  // a known key whose value was not true
+};
+template <typename Whole, typename Knows, typename Answer>
+ReadTally json_read_rule(const cJSON* request, cJSON* out, Whole&& whole, Knows&& knows, Answer&& answer) {
+    ReadTally tally;
+    if (request == nullptr || cJSON_IsTrue(request)) {
+        whole(out);
+        return tally;
+    }
+    for (const cJSON* m = request->child; m != nullptr; m = m->next) {
+        const bool known = knows(m);
+        if (known && cJSON_IsTrue(m)) {
+            answer(m, out);
+            continue;
+        }
+        json_answer_false(out, m->string);
+        (known ? tally.not_true : tally.unknown) = true;
+    }
+    return tally;
+}
+
 // Answers `value` under the item's key, or false when it is null; whether
 // there was a value.
 inline bool json_answer_value(cJSON* answer, const cJSON* item, cJSON* value) {

@@ -63,19 +63,17 @@ bool rtmp_answer(const Stream& stream, const cJSON* request, const char* key, cJ
         json_answer_false(answer, key);
         return false;
     }
-    if (request == nullptr || cJSON_IsTrue(request)) {
-        fields_answer(kRtmpFields, block, out, kInWhole);
-    } else {
-        for (const cJSON* m = request->child; m != nullptr; m = m->next) {
-            if (!cJSON_IsTrue(m)) {
-                json_answer_false(out, m->string);
-                continue;
-            }
+    // Every key is taken, but only "enable" and "url" answer; "status" comes
+    // last whatever was asked.
+    const bool whole = request == nullptr || cJSON_IsTrue(request);
+    json_read_rule(
+        request, out, [&](cJSON* o) { fields_answer(kRtmpFields, block, o, kInWhole); },
+        [](const cJSON*) { return true; },
+        [&](const cJSON* m, cJSON* o) {
             if (same_word(m->string, "enable") || same_word(m->string, "url"))
-                json_answer(out, m->string, field_value(*find_row(Fields(kRtmpFields), m->string), block));
-        }
-        json_answer(out, "status", field_value(kRtmpFields[2], block));
-    }
+                json_answer(o, m->string, field_value(*find_row(Fields(kRtmpFields), m->string), block));
+        });
+    if (!whole) json_answer(out, "status", field_value(kRtmpFields[2], block));
     json_answer(answer, key, out);
     return true;
 }

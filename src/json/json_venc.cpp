@@ -218,10 +218,13 @@ cJSON* selected(cJSON* whole, const cJSON* request) {
     if (whole == nullptr || cJSON_IsTrue(request)) return whole;
     JsonTree all(whole);
     cJSON* out = cJSON_CreateObject();
-    for (const cJSON* m = request->child; m != nullptr && out != nullptr; m = m->next) {
-        const cJSON* value = cJSON_IsTrue(m) ? cJSON_GetObjectItem(all.get(), m->string) : nullptr;
-        json_answer(out, m->string, value != nullptr ? cJSON_Duplicate(value, 1) : cJSON_CreateFalse());
-    }
+    if (out == nullptr) return nullptr;
+    json_read_rule(
+        request, out, [](cJSON*) {},
+        [&](const cJSON* m) { return cJSON_GetObjectItem(all.get(), m->string) != nullptr; },
+        [&](const cJSON* m, cJSON* o) {
+            json_answer(o, m->string, cJSON_Duplicate(cJSON_GetObjectItem(all.get(), m->string), 1));
+        });
     return out;
 }
 
