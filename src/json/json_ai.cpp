@@ -16,20 +16,26 @@ namespace {
 // ---- writing: each member sends its operation ------------------------------------------
 
 // A waited send's result is not looked at: the answer comes from the area.
-const visca::Row& op_of(const Field& row) { return visca::kRows[row.arg]; }
 // A value the operation cannot carry is refused before anything is sent.
 bool sent(const visca::Row& op, int status) {
     return status == 0 || (status == -1 && op.kind == visca::Kind::SetWait);
 }
 
-bool send_number(const Field& row, FieldWrite&, const cJSON* item, int) {
-    return cJSON_IsNumber(item) && sent(op_of(row), image_row_set(op_of(row), item->valueint));
+// Each writer is named by its row with the operation's place in the table.
+template <int Op>
+bool send_number(const Field&, FieldWrite&, const cJSON* item, int) {
+    const visca::Row& op = visca::kRows[Op];
+    return cJSON_IsNumber(item) && sent(op, image_row_set(op, item->valueint));
 }
-bool send_word(const Field& row, FieldWrite&, const cJSON* item, int) {
-    return cJSON_IsString(item) && sent(op_of(row), image_row_choose(op_of(row), item->valuestring));
+template <int Op>
+bool send_word(const Field&, FieldWrite&, const cJSON* item, int) {
+    const visca::Row& op = visca::kRows[Op];
+    return cJSON_IsString(item) && sent(op, image_row_choose(op, item->valuestring));
 }
-bool send_true(const Field& row, FieldWrite&, const cJSON* item, int) {
-    return cJSON_IsTrue(item) && sent(op_of(row), image_row_set(op_of(row), 0));
+template <int Op>
+bool send_true(const Field&, FieldWrite&, const cJSON* item, int) {
+    const visca::Row& op = visca::kRows[Op];
+    return cJSON_IsTrue(item) && sent(op, image_row_set(op, 0));
 }
 
 // ---- reading: the area's bytes, and the pan-tilt limit from the camera -----------------
@@ -43,32 +49,34 @@ cJSON* read_limit_after(const Field&, const uint8_t*, int) {
     return cJSON_CreateNumber(image_row_get(visca::row("ai_pt_limit_get")));
 }
 
-// A row's `arg` is its operation's place in the operation table.
-consteval Field area(std::string_view key, uint16_t offset, std::string_view op) {
-    return field(key, FieldForm::u8, offset).with_arg(visca::index_of(op)).written_by(send_number);
+consteval Field area(std::string_view key, uint16_t offset, Field::Writer send) {
+    return field(key, FieldForm::u8, offset).written_by(send);
 }
-consteval Field action(std::string_view key, std::string_view op, Field::Writer send) {
-    return own_field(key).only_in(0).with_arg(visca::index_of(op)).written_by(send);
+consteval Field action(std::string_view key, Field::Writer send) {
+    return own_field(key).only_in(0).written_by(send);
 }
 consteval Field limit(uint8_t in, Field::Reader read) {
-    return action("PTLimit", "ai_pt_limit_set", send_number).only_in(in).read_by(read);
+    return action("PTLimit", send_number<visca::index_of("ai_pt_limit_set")>).only_in(in).read_by(read);
 }
 
 constexpr auto kFields = std::to_array<Field>({
-    area("enable", offsetof(AiInfo, enable), "ai_enable_set"),
-    area("mode", offsetof(AiInfo, mode), "ai_mode_set"),
-    area("peoplePos", offsetof(AiInfo, peoplePos), "ai_people_pos_set"),
-    area("peopleRation", offsetof(AiInfo, peopleRation), "ai_people_ration_set"),
-    area("bodyRatio", offsetof(AiInfo, bodyRatio), "ai_body_ratio_set"),
-    area("switchTime", offsetof(AiInfo, switchTime), "ai_switch_time_set"),
-    area("boardDetectEn", offsetof(AiInfo, boardDetectEn), "ai_board_detect_set"),
-    area("highLightTarget", offsetof(AiInfo, highLightTarget), "ai_highlight_set"),
-    area("zoomLock", offsetof(AiInfo, zoomLock), "ai_zoom_lock_set"),
-    area("tiltLock", offsetof(AiInfo, tiltLock), "ai_tilt_lock_set"),
+    area("enable", offsetof(AiInfo, enable), send_number<visca::index_of("ai_enable_set")>),
+    area("mode", offsetof(AiInfo, mode), send_number<visca::index_of("ai_mode_set")>),
+    area("peoplePos", offsetof(AiInfo, peoplePos), send_number<visca::index_of("ai_people_pos_set")>),
+    area("peopleRation", offsetof(AiInfo, peopleRation),
+         send_number<visca::index_of("ai_people_ration_set")>),
+    area("bodyRatio", offsetof(AiInfo, bodyRatio), send_number<visca::index_of("ai_body_ratio_set")>),
+    area("switchTime", offsetof(AiInfo, switchTime), send_number<visca::index_of("ai_switch_time_set")>),
+    area("boardDetectEn", offsetof(AiInfo, boardDetectEn),
+         send_number<visca::index_of("ai_board_detect_set")>),
+    area("highLightTarget", offsetof(AiInfo, highLightTarget),
+         send_number<visca::index_of("ai_highlight_set")>),
+    area("zoomLock", offsetof(AiInfo, zoomLock), send_number<visca::index_of("ai_zoom_lock_set")>),
+    area("tiltLock", offsetof(AiInfo, tiltLock), send_number<visca::index_of("ai_tilt_lock_set")>),
     limit(kInWhole | kInKeyed, read_limit),
     limit(kInAfter, read_limit_after),
-    action("peopleChange", "ai_people_change", send_word),
-    action("framingOnePush", "ai_framing_one_push", send_true),
+    action("peopleChange", send_word<visca::index_of("ai_people_change")>),
+    action("framingOnePush", send_true<visca::index_of("ai_framing_one_push")>),
 });
 static_assert(fields_fit(kFields, sizeof(AiInfo)));
 

@@ -31,9 +31,11 @@ struct Aside {
 constexpr std::array<Aside, 3> kAside{{{SysCmd::volume}, {SysCmd::hdmi_audio}, {SysCmd::ndi_audio}}};
 using AsideValues = std::array<int32_t, kAside.size()>;
 
-bool keep_aside(const Field& row, FieldWrite& ctx, const cJSON* item, int) {
+// Kept aside in its slot (the row's writer names it).
+template <size_t Slot>
+bool keep_aside(const Field&, FieldWrite& ctx, const cJSON* item, int) {
     if (!cJSON_IsNumber(item)) return false;
-    (*static_cast<AsideValues*>(ctx.extra))[static_cast<size_t>(row.arg)] = item->valueint;
+    (*static_cast<AsideValues*>(ctx.extra))[Slot] = item->valueint;
     return true;
 }
 
@@ -58,8 +60,9 @@ bool compressed(const uint8_t* block) {
 constexpr uint8_t kRead = kInWhole | kInKeyed;
 constexpr uint16_t kCode = 4;  // the codes are 32-bit words
 
-constexpr Field aside(std::string_view key, FieldForm form, uint16_t offset, int slot) {
-    return field(key, form, offset).with_arg(slot).written_by(keep_aside);
+template <size_t Slot>
+constexpr Field aside(std::string_view key, FieldForm form, uint16_t offset) {
+    return field(key, form, offset).written_by(keep_aside<Slot>);
 }
 
 constexpr auto kFields = std::to_array<Field>({
@@ -74,9 +77,9 @@ constexpr auto kFields = std::to_array<Field>({
         .only_in(kInAfter)
         .read_only()
         .shown_when(compressed),
-    aside("volume", FieldForm::u16, offsetof(AudioParams, volume), 0),
-    aside("hdmiAudEn", FieldForm::u8, offsetof(AudioParams, hdmiAudEn), 1),
-    aside("ndiAudEn", FieldForm::u8, offsetof(AudioParams, ndiAudEn), 2),
+    aside<0>("volume", FieldForm::u16, offsetof(AudioParams, volume)),
+    aside<1>("hdmiAudEn", FieldForm::u8, offsetof(AudioParams, hdmiAudEn)),
+    aside<2>("ndiAudEn", FieldForm::u8, offsetof(AudioParams, ndiAudEn)),
     word_field("inputSel", offsetof(AudioParams, soundMode), kCode, kInputsBySoundMode)
         .only_in(kInKeyed)
         .read_only(),

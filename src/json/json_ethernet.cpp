@@ -34,14 +34,10 @@ constexpr int kMacPayload = sys_cmd_width(SysCmd::mac);  // "xx:xx:xx:xx:xx:xx" 
 cJSON* dotted(uint32_t addr) { return cJSON_CreateString(net_dotted(addr).c_str()); }
 
 // The addressing is read live from the interface, not from the record.
-cJSON* live(const Field& row, const uint8_t*, int) {
-    switch (row.arg) {
-    case 0: return dotted(net_get_ifaddr(kIf));
-    case 1: return dotted(net_get_netmask(kIf));
-    case 2: return dotted(net_get_gateway());
-    default: return dotted(net_get_dns1());
-    }
-}
+cJSON* live_ip(const Field&, const uint8_t*, int) { return dotted(net_get_ifaddr(kIf)); }
+cJSON* live_netmask(const Field&, const uint8_t*, int) { return dotted(net_get_netmask(kIf)); }
+cJSON* live_gateway(const Field&, const uint8_t*, int) { return dotted(net_get_gateway()); }
+cJSON* live_dns(const Field&, const uint8_t*, int) { return dotted(net_get_dns1()); }
 
 // The MAC text a request gives is kept aside: it is compared and sent as text.
 struct Pending {
@@ -55,17 +51,17 @@ bool take_mac(const Field&, FieldWrite& ctx, const cJSON* item, int) {
     return true;
 }
 
-constexpr Field address(std::string_view key, uint16_t offset, int live_index) {
-    return field(key, FieldForm::ipv4, offset).with_arg(live_index).read_by(live);
+constexpr Field address(std::string_view key, uint16_t offset, Field::Reader live) {
+    return field(key, FieldForm::ipv4, offset).read_by(live);
 }
 constexpr Field port(std::string_view key, uint16_t offset) { return field(key, FieldForm::u16, offset); }
 
 constexpr auto kFields = std::to_array<Field>({
     field("dhcp", FieldForm::u8, offsetof(SysInfo, dhcp)),
-    address("ip", offsetof(SysInfo, ip), 0),
-    address("netmask", offsetof(SysInfo, netmask), 1),
-    address("gateway", offsetof(SysInfo, gateway), 2),
-    address("dns", offsetof(SysInfo, dns), 3),
+    address("ip", offsetof(SysInfo, ip), live_ip),
+    address("netmask", offsetof(SysInfo, netmask), live_netmask),
+    address("gateway", offsetof(SysInfo, gateway), live_gateway),
+    address("dns", offsetof(SysInfo, dns), live_dns),
     field("mac", FieldForm::mac, offsetof(SysInfo, mac)).written_by(take_mac),
     port("httpPort", offsetof(SysInfo, httpPort)),
     port("webPort", offsetof(SysInfo, webPort)),

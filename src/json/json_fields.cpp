@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -198,7 +199,10 @@ void fields_answer(Fields table, const uint8_t* block, cJSON* answer, uint8_t in
 int fields_read(Fields table, const uint8_t* block, const cJSON* member, const char* section, cJSON* reply,
                 ReadRules rules) {
     if (member == nullptr) return -1;
-    const bool usable = block != nullptr && reply != nullptr &&
+    // A table of functions only reads no block.
+    const bool own_only =
+        std::all_of(table.begin(), table.end(), [](const Field& r) { return r.form == FieldForm::own; });
+    const bool usable = (block != nullptr || own_only) && reply != nullptr &&
                         (cJSON_IsTrue(member) || cJSON_IsObject(member) || rules.other_is_empty);
     cJSON* answer = usable ? cJSON_CreateObject() : nullptr;
     if (answer == nullptr) {

@@ -60,7 +60,6 @@ struct Field {
     // An indexed row: the key is `name` directly followed by a decimal index
     // below `count` ("task0".."task3"); the whole answer lists every index.
     uint8_t count = 0;
-    int arg = 0;              // for the row's own functions
     bool exact_name = false;  // answered under the row's spelling, not the request's
     // Own reading: the answer, or null (false). `index` is the indexed row's.
     cJSON* (*read)(const Field& row, const uint8_t* block, int index) = nullptr;
@@ -79,7 +78,6 @@ struct Field {
     constexpr Field written_by(Writer fn) const { Field f = *this; f.write = fn; return f; }
     constexpr Field shown_when(bool (*fn)(const uint8_t*)) const { Field f = *this; f.shown = fn; return f; }
     constexpr Field indexed(uint8_t n) const { Field f = *this; f.count = n; return f; }
-    constexpr Field with_arg(int a) const { Field f = *this; f.arg = a; return f; }
     constexpr Field exact() const { Field f = *this; f.exact_name = true; return f; }
     // clang-format on
 };

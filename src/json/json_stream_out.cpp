@@ -113,13 +113,13 @@ bool rtmp_write(const Stream& stream, cJSON* request, cJSON* answer) {
 // The RTSP link of the stream: through the multicast relay (the RTSP port
 // plus 8000) in the whole answer, and on the RTSP port itself when asked by
 // key. Both forms are what clients use.
-cJSON* rtsp_link(const Field& row, const uint8_t* block, int) {
+cJSON* rtsp_link(const uint8_t* block, int offset) {
     const SysInfo* info = sys_info();
     if (info == nullptr) return nullptr;
     const bool sub = block == reinterpret_cast<const uint8_t*>(&info->mcastSub);
     char link[96];
     std::snprintf(link, sizeof link, "rtsp://%s:%1d/%s", net_eth0_dotted().c_str(),
-                  (info->rtspPort + row.arg) % 65536, kStreams[sub ? 1 : 0].path);
+                  (info->rtspPort + offset) % 65536, kStreams[sub ? 1 : 0].path);
     return cJSON_CreateString(link);
 }
 
@@ -131,13 +131,15 @@ cJSON* rtp_link(const Field&, const uint8_t* block, int) {
 }
 
 constexpr int kRelayOffset = 8000;
+cJSON* rtsp_through_relay(const Field&, const uint8_t* block, int) { return rtsp_link(block, kRelayOffset); }
+cJSON* rtsp_on_its_port(const Field&, const uint8_t* block, int) { return rtsp_link(block, 0); }
 
 constexpr auto kMulticastFields = std::to_array<Field>({
     field("enable", FieldForm::u32, offsetof(McastParams, enable)),
     field("ip", FieldForm::ipv4, offsetof(McastParams, addr)),
     field("port", FieldForm::u32, offsetof(McastParams, port)),
-    own_field("rtsp").read_only().read_by(rtsp_link).with_arg(kRelayOffset).only_in(kInWhole),
-    own_field("rtsp").read_only().read_by(rtsp_link).only_in(kInKeyed),
+    own_field("rtsp").read_only().read_by(rtsp_through_relay).only_in(kInWhole),
+    own_field("rtsp").read_only().read_by(rtsp_on_its_port).only_in(kInKeyed),
     own_field("rtp").read_only().read_by(rtp_link).only_in(kInWhole | kInKeyed),
 });
 

@@ -146,7 +146,10 @@ int get_image(const Row&, cJSON* item, cJSON* answer) {
 
 // ---- feature list ------------------------------------------------------------------------
 
-cJSON* feature_fixed(const Field& row, const uint8_t*, int) { return cJSON_CreateNumber(row.arg); }
+template <int Value>
+cJSON* feature_fixed(const Field&, const uint8_t*, int) {
+    return cJSON_CreateNumber(Value);
+}
 cJSON* feature_ndi(const Field&, const uint8_t*, int) {
     const SysInfo* info = sys_info();
     return cJSON_CreateNumber(info != nullptr ? (info->audio.ndiCap & 1) : 0);
@@ -156,28 +159,29 @@ cJSON* feature_control_hub(const Field&, const uint8_t*, int) {
     return cJSON_CreateNumber(state != nullptr ? state->controlHub : 0);
 }
 
-constexpr Field fixed_feature(std::string_view key, int value) {
-    return own_field(key).with_arg(value).read_by(feature_fixed);
+template <int Value>
+constexpr Field fixed_feature(std::string_view key) {
+    return own_field(key).read_by(feature_fixed<Value>);
 }
 
 constexpr auto kFeatures = std::to_array<Field>({
-    fixed_feature("audio", 1),
-    fixed_feature("rtmp", 1),
-    fixed_feature("rtp_multicast", 0),
+    fixed_feature<1>("audio"),
+    fixed_feature<1>("rtmp"),
+    fixed_feature<0>("rtp_multicast"),
     own_field("ndi").read_by(feature_ndi),
     own_field("hx3").read_by(feature_ndi),
-    fixed_feature("srt", 1),
-    fixed_feature("gb28181", 0),
-    fixed_feature("FreeD", 0),
-    fixed_feature("Auto_tracking", 0),
-    fixed_feature("digital_zoom", 1),
+    fixed_feature<1>("srt"),
+    fixed_feature<0>("gb28181"),
+    fixed_feature<0>("FreeD"),
+    fixed_feature<0>("Auto_tracking"),
+    fixed_feature<1>("digital_zoom"),
     own_field("control_hub").read_by(feature_control_hub).only_in(kInWhole),
-    fixed_feature("dante", 0),
-    fixed_feature("iris", 0),
+    fixed_feature<0>("dante"),
+    fixed_feature<0>("iris"),
 });
 
 int get_support(const Row&, cJSON* item, cJSON* answer) {
-    return fields_read(kFeatures, &kNoBlock, item, answer);
+    return fields_read(kFeatures, nullptr, item, answer);
 }
 
 // ---- power schedule ------------------------------------------------------------------------

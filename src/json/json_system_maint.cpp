@@ -60,13 +60,15 @@ int sd_state() { return std::atoi(small_file(kSdStatus).c_str()); }
 
 // Total or available size of the card in MiB, false when the card is not
 // ready or its file system cannot be asked.
-cJSON* sd_size(const Field& row, const uint8_t*, int) {
+cJSON* sd_size(bool available) {
     struct statfs fs {};
     if (sd_state() != 1 || statfs(kSdMount, &fs) != 0) return cJSON_CreateFalse();
-    const unsigned long long blocks = row.arg == 0 ? fs.f_blocks : fs.f_bavail;
+    const unsigned long long blocks = available ? fs.f_bavail : fs.f_blocks;
     return cJSON_CreateNumber(
         static_cast<double>((blocks * static_cast<unsigned long long>(fs.f_bsize)) >> 20));
 }
+cJSON* sd_storage_size(const Field&, const uint8_t*, int) { return sd_size(false); }
+cJSON* sd_avail_size(const Field&, const uint8_t*, int) { return sd_size(true); }
 cJSON* sd_state_value(const Field&, const uint8_t*, int) { return cJSON_CreateNumber(sd_state()); }
 
 cJSON* sd_filelist(const Field&, const uint8_t*, int) {
@@ -83,12 +85,12 @@ cJSON* sd_filelist(const Field&, const uint8_t*, int) {
 
 constexpr auto kSdFields = std::to_array<Field>({
     own_field("state").read_by(sd_state_value),
-    own_field("storage size").with_arg(0).read_by(sd_size),
-    own_field("avail size").with_arg(1).read_by(sd_size),
+    own_field("storage size").read_by(sd_storage_size),
+    own_field("avail size").read_by(sd_avail_size),
     own_field("filelist").read_by(sd_filelist).only_in(kInKeyed),
 });
 
-int get_sd(const Row&, cJSON* item, cJSON* answer) { return fields_read(kSdFields, &kNoBlock, item, answer); }
+int get_sd(const Row&, cJSON* item, cJSON* answer) { return fields_read(kSdFields, nullptr, item, answer); }
 
 // A device name the other processes wrote, used in shell lines only when it
 // is a plain name.

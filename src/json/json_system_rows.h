@@ -43,9 +43,6 @@ struct Row {
     uint8_t clock_half = 0;  // the clock rows: 0 the date, 1 the time
 };
 
-// The block handed to tables whose rows are all functions of their own.
-inline constexpr uint8_t kNoBlock = 0;
-
 // The record a row's value lives in (null when it is not there).
 const uint8_t* record(Rec rec);
 // Answers `value` under the item's key (false when null); -1 when it was null.
