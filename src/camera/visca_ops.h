@@ -351,6 +351,11 @@ consteval bool rows_well_formed() {
             if (w.code < 0 || w.code > static_cast<int>(kValueMax)) return false;
         for (uint8_t c : r.codes)
             if (c > kValueMax) return false;
+        // a gate names a getter row that exists
+        bool gate_found = r.gate.inquiry.empty();
+        for (const Row& g : kRows)
+            gate_found = gate_found || (g.name == r.gate.inquiry && g.kind == Kind::Get);
+        if (!gate_found) return false;
     }
     return true;
 }
