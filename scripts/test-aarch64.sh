@@ -29,7 +29,13 @@ qemu=$(command -v qemu-aarch64)
 e2e_inside='
   mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc 2>/dev/null || exit 77
   printf ":qemu-aarch64:M::%s:%s:%s:F" "$1" "$2" "$3" >/proc/sys/fs/binfmt_misc/register || exit 77
-  E2E_BROWSER=0 exec ctest --preset aarch64 -L e2e'
+  E2E_BROWSER=0 exec ctest --preset aarch64 -L e2e -E "^cameras\$"'
+# The end-to-end state of an earlier run may hold files of the web servers'
+# account, which the user namespace below cannot remove: it goes first. The
+# pages and several cameras do not depend on the responder's architecture:
+# the emulated run leaves them to the native one.
+chmod -R u+rwx run/e2e 2>/dev/null
+rm -rf run/e2e
 set +e
 unshare --user --map-root-user --mount --fork -- bash -c "$e2e_inside" e2e "$magic" "$mask" "$qemu"
 status=$?
