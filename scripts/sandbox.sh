@@ -297,7 +297,9 @@ flags=(--ipc --net --mount --pid --fork --mount-proc --kill-child=SIGKILL)
 [ "$(id -u)" -eq 0 ] || flags+=(--user --map-root-user)
 # SOCKET_USER (from the caller): the account the socket is made for, the one
 # the web servers run as; unset, the sandbox's own.
+# (spawn-fcgi takes no -U for the account it already runs as, root least).
 [ "$(id -u)" -eq 0 ] || SOCKET_USER=
+[ "${SOCKET_USER:-}" = "$(id -un)" ] && SOCKET_USER=
 export SOCKET_USER=${SOCKET_USER:-}
 rm -f "$run/sandbox.ready"
 unshare "${flags[@]}" -- bash "$repo/scripts/sandbox.sh" --inside "$build" "$run" &
