@@ -111,7 +111,7 @@ int device_preview() {
     pox_system("rm /tmp/snap.jpg 1>/dev/null 2>/dev/null");
 
     static constexpr uint8_t kPreviewRequest[4] = {0x68, 0x01, 0x40, 0x41};
-    if (snapshot_take(kPreviewRequest) != 0 && access(kSnapFile, F_OK) != 0) return 0;
+    if (snapshot_take(kPreviewRequest) != 0) return 0;  // the header alone
 
     FilePtr snap(std::fopen(kSnapFile, "rb"));
     if (!snap) {
