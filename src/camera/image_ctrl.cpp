@@ -100,8 +100,8 @@ bool put(Buf& buf, const Row& r, int value, int pos) {
         for (int i = 0; i < 4; ++i) buf.b[pos + i] = static_cast<uint8_t>(u >> (8 * i));
         return true;
     case Enc::Index:
-        if (value < 0 || static_cast<size_t>(value) >= r.codes.size()) return false;
-        buf.b[pos] = r.codes[value];
+        if (value < 0 || static_cast<size_t>(value) >= r.codes().size()) return false;
+        buf.b[pos] = r.codes()[value];
         return true;
     }
     return false;
@@ -162,13 +162,9 @@ int op_get(const Row& r) {
 // The mode gate: asks the row's inquiry first and lets the setter through
 // only in one of the modes it allows.
 bool gate_open(const Row& r) {
-    if (r.gate.inquiry.empty()) return true;
-    const Row* inquiry = nullptr;
-    for (const Row& g : visca::kRows)
-        if (g.name == r.gate.inquiry) inquiry = &g;
-    if (!inquiry) return false;
-    int mode = op_get(*inquiry);
-    return mode >= 0 && mode < 16 && (r.gate.modes >> mode & 1);
+    if (r.gate == visca::kNoGate) return true;
+    int mode = op_get(visca::kRows[r.gate]);
+    return mode >= 0 && mode < 16 && (r.modes >> mode & 1);
 }
 
 // -2 when the value has no encoding (nothing is sent), -1 when the gate or
@@ -184,7 +180,7 @@ int op_set(const Row& r, int value) { return op_put_send(r, value) < 0 ? -1 : 0;
 int op_send(const Row& r) { return op_set(r, 0); }
 
 int op_choose(const Row& r, const char* word) {
-    const WordCode* w = word_find(r.words, word);
+    const WordCode* w = word_find(r.words(), word);
     return w != nullptr ? op_set(r, w->code) : -1;
 }
 

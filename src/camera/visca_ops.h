@@ -1,7 +1,9 @@
-// The camera's VISCA operations as data: one record per operation with its
-// packet template (value positions zero), how the value is written into it,
-// how the reply is read and which mode the camera must be in first. The code
-// in image_ctrl.cpp runs these records; nothing else builds packets.
+// The camera's VISCA operations as data: one line per operation with its
+// name, packet template (value positions zero), how the value is written into
+// it, how the reply is read and which mode the camera must be in first. The
+// lines are compiled as the build runs into `kRows`, plain read-only records
+// without a pointer (names stay behind, lists become small indices); the code
+// in image_ctrl.cpp runs these records and nothing else builds packets.
 #pragma once
 
 #include <array>
@@ -80,7 +82,8 @@ constexpr Gate exposure_in(std::initializer_list<int> modes) {
 }
 constexpr Gate wb_in(std::initializer_list<int> modes) { return {"image_wb_mode_get", modes_of(modes)}; }
 
-struct Row {
+// A line of the table as it is written.
+struct Line {
     std::string_view name;
     Kind kind = Kind::Get;
     Packet packet;
@@ -94,26 +97,26 @@ struct Row {
     std::span<const uint8_t> codes{};
 };
 
-// ---- row builders, so a table line reads like the operation it describes ----
-constexpr Row get(std::string_view n, Packet p, Form f, uint8_t reply = 0, uint8_t exact = 0) {
-    return Row{.name = n, .kind = Kind::Get, .packet = p, .form = f, .reply = reply, .exact = exact};
+// ---- line builders, so a table line reads like the operation it describes ----
+constexpr Line get(std::string_view n, Packet p, Form f, uint8_t reply = 0, uint8_t exact = 0) {
+    return Line{.name = n, .kind = Kind::Get, .packet = p, .form = f, .reply = reply, .exact = exact};
 }
-constexpr Row set(std::string_view n, Packet p, Enc e = Enc::None, uint8_t pos = 0, Gate g = {}) {
-    return Row{.name = n, .kind = Kind::Set, .packet = p, .enc = e, .pos = pos, .gate = g};
+constexpr Line set(std::string_view n, Packet p, Enc e = Enc::None, uint8_t pos = 0, Gate g = {}) {
+    return Line{.name = n, .kind = Kind::Set, .packet = p, .enc = e, .pos = pos, .gate = g};
 }
-constexpr Row set_wait(std::string_view n, Packet p, Enc e, uint8_t pos, uint8_t reply = 0) {
-    Row r = set(n, p, e, pos);
+constexpr Line set_wait(std::string_view n, Packet p, Enc e, uint8_t pos, uint8_t reply = 0) {
+    Line r = set(n, p, e, pos);
     r.kind = Kind::SetWait;
     r.reply = reply;
     return r;
 }
-constexpr Row set_word(std::string_view n, Packet p, uint8_t pos, std::span<const Word> words) {
-    Row r = set(n, p, Enc::Choice, pos);
+constexpr Line set_word(std::string_view n, Packet p, uint8_t pos, std::span<const Word> words) {
+    Line r = set(n, p, Enc::Choice, pos);
     r.words = words;
     return r;
 }
-constexpr Row set_index(std::string_view n, Packet p, uint8_t pos, std::span<const uint8_t> codes) {
-    Row r = set(n, p, Enc::Index, pos);
+constexpr Line set_index(std::string_view n, Packet p, uint8_t pos, std::span<const uint8_t> codes) {
+    Line r = set(n, p, Enc::Index, pos);
     r.codes = codes;
     return r;
 }
@@ -139,7 +142,7 @@ inline constexpr uint8_t kNr3dCodes[] = {0x01, 0x02, 0x03, 0x04, 0x05, 0x00};
 using enum Enc;
 using enum Form;
 
-inline constexpr Row kRows[] = {
+inline constexpr Line kLines[] = {
     // focus
     get("image_focus_mode_get", pkt({0x81, 0x09, 0x04, 0x38, 0xFF}), B0),
     set_word("image_focus_mode_set", pkt({0x81, 0x01, 0x04, 0x38, 0x00, 0xFF}), 4, kFocusModes),
@@ -323,19 +326,16 @@ inline bool framed(const uint8_t* bytes, int len) { return bytes != nullptr && f
 
 // Compile-time lookup: a misspelt name stops the build.
 void no_such_row();  // never defined; reaching it in a constant evaluation is an error
-consteval const Row& row(std::string_view name) {
-    for (const Row& r : kRows)
-        if (r.name == name) return r;
+consteval int index_of(std::string_view name) {
+    for (size_t i = 0; i < std::size(kLines); ++i)
+        if (kLines[i].name == name) return static_cast<int>(i);
     no_such_row();
-    return kRows[0];
+    return 0;
 }
 
-// The same, as the row's place in the table (for tables that keep it in a column).
-consteval int index_of(std::string_view name) { return static_cast<int>(&row(name) - kRows); }
-
 // Every template is a well-formed VISCA packet with its value inside it.
-consteval bool rows_well_formed() {
-    for (const Row& r : kRows) {
+consteval bool lines_well_formed() {
+    for (const Line& r : kLines) {
         const Packet& p = r.packet;
         if (p.len < 5 || !framed(p)) return false;
         if (p.b[1] != (r.kind == Kind::Get ? 0x09 : 0x01)) return false;
@@ -351,15 +351,69 @@ consteval bool rows_well_formed() {
             if (w.code < 0 || w.code > static_cast<int>(kValueMax)) return false;
         for (uint8_t c : r.codes)
             if (c > kValueMax) return false;
-        // a gate names a getter row that exists
-        bool gate_found = r.gate.inquiry.empty();
-        for (const Row& g : kRows)
-            gate_found = gate_found || (g.name == r.gate.inquiry && g.kind == Kind::Get);
-        if (!gate_found) return false;
+        // a gate names a getter line (index_of stops the build otherwise)
+        if (!r.gate.inquiry.empty() && kLines[index_of(r.gate.inquiry)].kind != Kind::Get) return false;
     }
     return true;
 }
-static_assert(rows_well_formed());
+static_assert(lines_well_formed());
+
+// ---- the compiled records ------------------------------------------------------------
+// The lists a line may name; a record keeps the list's place here.
+inline constexpr std::span<const Word> kWordLists[] = {
+    {}, kFocusModes, kFocusDistances, kFocusSensitivities, kExposureModes, kWbModes, kAiSides,
+};
+inline constexpr std::span<const uint8_t> kCodeLists[] = {{}, kNr3dCodes};
+inline constexpr uint8_t kNoGate = 0xFF;
+
+struct Row {
+    Packet packet;
+    Kind kind = Kind::Get;
+    Enc enc = Enc::None;
+    uint8_t pos = 0;
+    Form form = Form::Raw;
+    uint8_t reply = 0;
+    uint8_t exact = 0;
+    uint8_t gate = kNoGate;  // the getter asked first, by its place
+    uint8_t word_list = 0;   // in kWordLists
+    uint8_t code_list = 0;   // in kCodeLists
+    uint16_t modes = 0;      // the gate's modes
+    constexpr std::span<const Word> words() const { return kWordLists[word_list]; }
+    constexpr std::span<const uint8_t> codes() const { return kCodeLists[code_list]; }
+};
+static_assert(sizeof(Row) == 28 && alignof(Row) == 2);
+
+void list_not_registered();  // never defined: a line names a list the record tables lack
+template <typename List, size_t N>
+consteval uint8_t list_index(const List (&lists)[N], const List& list) {
+    if (list.empty()) return 0;
+    for (size_t i = 1; i < N; ++i)
+        if (lists[i].data() == list.data() && lists[i].size() == list.size()) return static_cast<uint8_t>(i);
+    list_not_registered();
+    return 0;
+}
+
+inline constexpr auto kRows = []() consteval {
+    std::array<Row, std::size(kLines)> rows{};
+    static_assert(std::size(kLines) < kNoGate);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const Line& l = kLines[i];
+        rows[i] = Row{.packet = l.packet,
+                      .kind = l.kind,
+                      .enc = l.enc,
+                      .pos = l.pos,
+                      .form = l.form,
+                      .reply = l.reply,
+                      .exact = l.exact,
+                      .gate = l.gate.inquiry.empty() ? kNoGate : static_cast<uint8_t>(index_of(l.gate.inquiry)),
+                      .word_list = list_index(kWordLists, l.words),
+                      .code_list = list_index(kCodeLists, l.codes),
+                      .modes = l.gate.modes};
+    }
+    return rows;
+}();
+
+consteval const Row& row(std::string_view name) { return kRows[index_of(name)]; }
 
 // ---- video output formats ---------------------------------------------------------
 // Code pq of the format packet; formats missing here are empty codes. Two

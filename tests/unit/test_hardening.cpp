@@ -53,8 +53,7 @@ TEST_F(Hardening, ValuesThatWouldBreakTheFramingSendNothing) {
     }
 }
 
-TEST_F(Hardening, FramingOfEveryOperationRow) {
-    for (const visca::Row& r : visca::kRows) EXPECT_TRUE(visca::framed(r.packet)) << r.name;
+TEST_F(Hardening, FramingOfAPacketFromOutside) {
     const uint8_t address_inside[] = {0x81, 0x01, 0x04, 0x88, 0xFF};
     const uint8_t terminator_inside[] = {0x81, 0x01, 0xFF, 0x02, 0xFF};
     EXPECT_FALSE(visca::framed(address_inside, sizeof address_inside));
