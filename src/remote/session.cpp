@@ -38,7 +38,7 @@ bool equals_nocase(std::string_view a, std::string_view b) {
 // The whole-status answer, one row per line, in the order controllers read
 // it. Values are the factory settings, each in the form the camera command
 // interpreter answers for the same key.
-constexpr auto kCamData = std::to_array<std::string_view>({
+constexpr auto kCamDataLines = std::to_array<std::string_view>({
     "p1",
     "OID:PTZ-4K1",
     "CGI_TIME:0",
@@ -240,6 +240,26 @@ constexpr auto kCamData = std::to_array<std::string_view>({
     "OSJ:26:0x0",
     "OSJ:5A:0x0",
 });
+// The lines joined as the build runs, each ending in CR LF and the block in
+// an empty line: one read-only text, sent as it stands.
+constexpr size_t kCamDataSize = [] {
+    size_t n = 2;
+    for (std::string_view line : kCamDataLines) n += line.size() + 2;
+    return n;
+}();
+constexpr auto kCamData = [] {
+    std::array<char, kCamDataSize> block{};
+    size_t at = 0;
+    const auto put = [&](std::string_view s) {
+        for (char c : s) block[at++] = c;
+    };
+    for (std::string_view line : kCamDataLines) {
+        put(line);
+        put("\r\n");
+    }
+    put("\r\n");
+    return block;
+}();
 
 }  // namespace
 
@@ -263,14 +283,7 @@ int man_session(const char* argument) {
 }
 
 int camdata() {
-    std::string block;
-    block.reserve(4096);
-    for (std::string_view line : kCamData) {
-        block.append(line);
-        block.append("\r\n");
-    }
-    block.append("\r\n");
     reply_header(kHdrText);
-    out_write(block.data(), block.size());
+    out_write(kCamData.data(), kCamData.size());
     return 0;
 }
