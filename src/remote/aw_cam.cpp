@@ -16,6 +16,7 @@
 #include <string_view>
 
 #include "camera/image_ctrl.h"
+#include "support/compiled.h"
 #include "ipc/sys_port.h"
 #include "records/records.h"
 #include "remote/aw_ptz.h"
@@ -40,12 +41,22 @@ struct Request {
 
 using Handler = Outcome (*)(Request&, int arg);
 
-struct Row {
+struct Line {
     std::string_view pattern;  // exact text, or the prefix when length != 0
     uint8_t length;            // 0: exact comparison
     Handler run;               // null: no action
     int arg;
     std::string_view answer;  // fixed answer; empty: echo the command
+};
+
+// A line as the build compiles it: texts in the chain's block, the handler
+// by its place in the chain's handler list.
+struct Row {
+    Text pattern;
+    Text answer;
+    uint8_t length;
+    uint8_t run;
+    int8_t arg;
 };
 
 void set_text(Request& r, const char* format, int value) {
@@ -212,7 +223,7 @@ Outcome backlight_inquiry(Request& r, int) {
 }
 
 // First chain, in matching order.
-constexpr auto kActions = std::to_array<Row>({
+constexpr auto kActionLines = std::to_array<Line>({
     {"OAF:", 5, auto_focus_set, 0, ""},
     {"OAF", 0, auto_focus_inquiry, 0, ""},
     {"OSE:69:1", 0, nullptr, 0, ""},
@@ -230,7 +241,7 @@ constexpr auto kActions = std::to_array<Row>({
 });
 
 // Second chain, in matching order.
-constexpr auto kAnswers = std::to_array<Row>({
+constexpr auto kAnswerLines = std::to_array<Line>({
     {"HZT", 0, zoom_drive, 1, ""},
     {"HZW", 0, zoom_drive, 2, ""},
     {"LZS:", 5, store_speed, 1, ""},
@@ -302,17 +313,30 @@ constexpr auto kAnswers = std::to_array<Row>({
     {"OSE:73", 0, backlight_inquiry, 0, ""},
 });
 
-// Runs the first row of `rows` that matches; null when none does.
-template <size_t N>
-const Row* run_first(const std::array<Row, N>& rows, Request& r, Outcome& outcome) {
-    for (const Row& row : rows) {
-        if (!command_matches(r.command, row.pattern, row.length)) continue;
-        r.param = (row.length != 0) ? r.command.substr(row.pattern.size()) : std::string_view{};
-        r.text = row.answer.empty() ? std::string(r.command) : std::string(row.answer);
-        outcome = row.run ? row.run(r, row.arg) : Outcome::Answer;
-        return &row;
+// A chain compiled: its records and the handlers they name.
+template <auto& Lines>
+struct Chain {
+    static constexpr auto handlers = distinct_of<Lines, &Line::run>();
+    static constexpr auto rows = compile_lines<Lines, [](const Line& l, auto& texts) {
+        return Row{texts.add(l.pattern), texts.add(l.answer), l.length, place_in(handlers, l.run),
+                   narrow<int8_t>(l.arg)};
+    }>();
+};
+using Actions = Chain<kActionLines>;
+using Answers = Chain<kAnswerLines>;
+
+// Runs the first row of the chain that matches; false when none does.
+template <typename C>
+bool run_first(Request& r, Outcome& outcome) {
+    for (const Row& row : C::rows) {
+        const std::string_view pattern = C::rows[row.pattern];
+        if (!command_matches(r.command, pattern, row.length)) continue;
+        r.param = (row.length != 0) ? r.command.substr(pattern.size()) : std::string_view{};
+        r.text = row.answer.len == 0 ? std::string(r.command) : std::string(C::rows[row.answer]);
+        outcome = row.run ? C::handlers[row.run](r, row.arg) : Outcome::Answer;
+        return true;
     }
-    return nullptr;
+    return false;
 }
 
 // The command text: what follows "cmd=", up to the next '&'.
@@ -331,11 +355,11 @@ int aw_cam(const char* argument) {
     request.command = command_of(argument);
 
     Outcome outcome = Outcome::Answer;
-    run_first(kActions, request, outcome);
+    run_first<Actions>(request, outcome);
 
     request.text.clear();
     outcome = Outcome::Answer;
-    if (!run_first(kAnswers, request, outcome)) {
+    if (!run_first<Answers>(request, outcome)) {
         answer_refusal('1', request.command);
         return -1;
     }
