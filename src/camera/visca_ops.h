@@ -398,20 +398,22 @@ inline constexpr auto kRows = []() consteval {
     static_assert(std::size(kLines) < kNoGate);
     for (size_t i = 0; i < rows.size(); ++i) {
         const Line& l = kLines[i];
-        rows[i] = Row{.packet = l.packet,
-                      .kind = l.kind,
-                      .enc = l.enc,
-                      .pos = l.pos,
-                      .form = l.form,
-                      .reply = l.reply,
-                      .exact = l.exact,
-                      .gate = l.gate.inquiry.empty() ? kNoGate : static_cast<uint8_t>(index_of(l.gate.inquiry)),
-                      .word_list = list_index(kWordLists, l.words),
-                      .code_list = list_index(kCodeLists, l.codes),
-                      .modes = l.gate.modes};
+        rows[i] =
+            Row{.packet = l.packet,
+                .kind = l.kind,
+                .enc = l.enc,
+                .pos = l.pos,
+                .form = l.form,
+                .reply = l.reply,
+                .exact = l.exact,
+                .gate = l.gate.inquiry.empty() ? kNoGate : static_cast<uint8_t>(index_of(l.gate.inquiry)),
+                .word_list = list_index(kWordLists, l.words),
+                .code_list = list_index(kCodeLists, l.codes),
+                .modes = l.gate.modes};
     }
     return rows;
-}();
+}
+();
 
 consteval const Row& row(std::string_view name) { return kRows[index_of(name)]; }
 

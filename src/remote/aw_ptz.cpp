@@ -15,6 +15,7 @@
 #include "ipc/sys_port.h"
 #include "records/records.h"
 #include "remote/remote_common.h"
+#include "support/compiled.h"
 #include "support/log.h"
 
 using namespace remote;
@@ -32,13 +33,21 @@ struct Request {
 // A handler returns 0, or -1 when a camera or system operation failed.
 using Handler = int (*)(Request&, int arg);
 
-struct Row {
+struct Line {
     std::string_view pattern;  // exact text, or the prefix when length != 0
     uint8_t length;            // 0: exact comparison
     std::string_view fields;   // conversions after the prefix (see scan_fields)
     Handler run;
     int arg;
-    const char* reply;  // printf format over Request::value; null: Request::text
+    std::string_view reply;  // printf format over Request::value; empty: Request::text
+};
+
+// A line as the build compiles it (texts by offset, the handler by place).
+struct Row {
+    Text pattern, fields, reply;
+    uint8_t length;
+    uint8_t run;
+    int8_t arg;
 };
 
 void appendf(std::string& out, const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -224,7 +233,7 @@ int iris_status(Request& r, int) {
 }
 
 // In matching order: the first row that matches handles the command.
-constexpr std::array<Row, 33> kRows{{
+constexpr auto kLines = std::to_array<Line>({
     {"#O0", 0, "", standby, 1, "p%d"},
     {"#Of", 0, "", standby, 1, "p%d"},
     {"#O1", 0, "", standby, 0, "p%d"},
@@ -255,10 +264,15 @@ constexpr std::array<Row, 33> kRows{{
     {"#TAE", 5, "d0", echo_slot, -1, "tAE%d"},
     {"#TAE", 0, "", echo_slot, 1, "tAE%d"},
     {"#DA", 3, "", echo_slot, -1, "dA%d"},  // nothing to scan: the slot as it was
-    {"#PTG", 0, "", exposure_status, 0, nullptr},
+    {"#PTG", 0, "", exposure_status, 0, ""},
     {"#PTV", 0, "", motor_status, 0, "pTV%04x%04x%03x%03x%03x"},
     {"#PTD", 0, "", iris_status, 0, "pTD%04x%04x%03x%02x%02x"},
-}};
+});
+constexpr auto kHandlers = distinct_of<kLines, &Line::run>();
+constexpr auto kRows = compile_lines<kLines, [](const Line& l, auto& texts) {
+    return Row{texts.add(l.pattern),       texts.add(l.fields),  texts.add(l.reply), l.length,
+               place_in(kHandlers, l.run), narrow<int8_t>(l.arg)};
+}>();
 
 }  // namespace
 
@@ -272,21 +286,22 @@ int aw_ptz(const char* argument) {
     const std::string_view command = arg.size() > 4 ? arg.substr(4) : std::string_view{};
 
     for (const Row& row : kRows) {
-        if (!command_matches(command, row.pattern, row.length)) continue;
+        const std::string_view pattern = kRows[row.pattern];
+        if (!command_matches(command, pattern, row.length)) continue;
         // A row with parameters takes the command only when the first one has
         // a digit: "#PTG", "#PTV", "#PTD" and "#TAE" are not pan or tilt speeds.
         Request request;
-        if (!row.fields.empty() &&
-            scan_fields(command.substr(row.pattern.size()), row.fields, request.slot) == 0)
+        if (row.fields.len != 0 &&
+            scan_fields(command.substr(pattern.size()), kRows[row.fields], request.slot) == 0)
             continue;
-        if (row.run(request, row.arg) < 0) {
+        if (kHandlers[row.run](request, row.arg) < 0) {
             LOG_ERR("camera operation failed\n");
             reply_error(std::string(arg).c_str());
             return -1;
         }
-        if (row.reply) {
+        if (row.reply.len != 0) {
             const auto& v = request.value;
-            appendf(request.text, row.reply, v[0], v[1], v[2], v[3], v[4]);
+            appendf(request.text, kRows.texts.c_str(row.reply), v[0], v[1], v[2], v[3], v[4]);
         }
         answer_text(request.text);
         return 0;
