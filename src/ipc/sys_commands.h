@@ -125,11 +125,18 @@ inline constexpr auto kSysCmds = std::to_array<SysCmdRow>({
 });
 // clang-format on
 
+// The widths by id, compiled from the table as the build runs (the meanings
+// are for readers and never reach the binary).
+inline constexpr auto kSysCmdWidths = [] {
+    std::array<int16_t, 71> widths{};
+    for (const SysCmdRow& row : kSysCmds) widths[static_cast<size_t>(row.id)] = row.width;
+    return widths;
+}();
+
 // The payload width of a command (kSysText for a text; 0 for an id it lacks).
 constexpr int sys_cmd_width(SysCmd id) {
-    for (const SysCmdRow& row : kSysCmds)
-        if (row.id == id) return row.width;
-    return 0;
+    const auto i = static_cast<size_t>(id);
+    return i < kSysCmdWidths.size() ? kSysCmdWidths[i] : 0;
 }
 
 // One row per id, in id order, every id below the channel's limit of 71.

@@ -10,6 +10,7 @@
 #include "json/json_feature.h"
 #include "json/json_image.h"
 #include "json/json_section.h"
+#include "support/compiled.h"
 
 namespace {
 
@@ -111,7 +112,7 @@ enum class Source : uint8_t {
     built,     // answered by a function of its own
 };
 
-struct ReadRow {
+struct ReadLine {
     std::string_view name;
     Source source;
     int (*get)() = nullptr;
@@ -120,19 +121,27 @@ struct ReadRow {
     cJSON* (*build)() = nullptr;
 };
 
-constexpr ReadRow num(std::string_view key, int (*get)()) { return {key, Source::number, get}; }
-constexpr ReadRow word(std::string_view key, int (*get)(), Words words) {
+// A line as the build compiles it: the functions and lists by their places.
+struct ReadRow {
+    Text name;
+    Source source;
+    uint8_t get, words, build;
+    int16_t constant;
+};
+
+constexpr ReadLine num(std::string_view key, int (*get)()) { return {key, Source::number, get}; }
+constexpr ReadLine word(std::string_view key, int (*get)(), Words words) {
     return {key, Source::words, get, words};
 }
-constexpr ReadRow fixed(std::string_view key, int value) {
+constexpr ReadLine fixed(std::string_view key, int value) {
     return {key, Source::constant, nullptr, {}, value};
 }
-constexpr ReadRow unserved(std::string_view key) { return {key, Source::unserved}; }
-constexpr ReadRow built(std::string_view key, cJSON* (*build)()) {
+constexpr ReadLine unserved(std::string_view key) { return {key, Source::unserved}; }
+constexpr ReadLine built(std::string_view key, cJSON* (*build)()) {
     return {key, Source::built, nullptr, {}, 0, build};
 }
 
-constexpr auto kReadTable = std::to_array<ReadRow>({
+constexpr auto kReadLines = std::to_array<ReadLine>({
     word("focus_mode", image_focus_mode_get, kFocusModeWords),
     num("focus_area", image_focus_area_get),
     word("focus_distance", image_focus_distance_get, kFocusDistanceWords),
@@ -195,19 +204,31 @@ constexpr auto kReadTable = std::to_array<ReadRow>({
     num("preset move speed", image_preset_move_speed_get),
 });
 
-const ReadRow* find_read_row(const char* key) { return find_row(std::span<const ReadRow>(kReadTable), key); }
+constexpr auto kGetters = distinct_of<kReadLines, &ReadLine::get>();
+constexpr auto kReadWords = distinct_of<kReadLines, &ReadLine::words>();
+constexpr auto kBuilders = distinct_of<kReadLines, &ReadLine::build>();
+constexpr auto kReadTable = compile_lines<kReadLines, [](const ReadLine& l, auto& texts) {
+    return ReadRow{texts.add(l.name),
+                   l.source,
+                   place_in(kGetters, l.get),
+                   place_in(kReadWords, l.words),
+                   place_in(kBuilders, l.build),
+                   narrow<int16_t>(l.constant)};
+}>();
+
+const ReadRow* find_read_row(const char* key) { return find_compiled(kReadTable, key); }
 
 cJSON* read_value(const ReadRow& row) {
     switch (row.source) {
-    case Source::number: return number_or_null(row.get());
+    case Source::number: return number_or_null(kGetters[row.get]());
     case Source::words: {
-        const int value = row.get();
-        const char* word = value >= 0 ? word_of(row.words, value) : nullptr;
+        const int value = kGetters[row.get]();
+        const char* word = value >= 0 ? word_of(kReadWords[row.words], value) : nullptr;
         return word != nullptr ? cJSON_CreateString(word) : nullptr;
     }
     case Source::constant: return cJSON_CreateNumber(row.constant);
     case Source::unserved: return cJSON_CreateFalse();
-    case Source::built: return row.build();
+    case Source::built: return kBuilders[row.build]();
     }
     return nullptr;
 }

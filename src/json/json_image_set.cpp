@@ -15,6 +15,7 @@
 #include "json/json_feature.h"
 #include "json/json_image.h"
 #include "json/json_section.h"
+#include "support/compiled.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ enum class Apply : uint8_t {
     own,          // a function that answers for itself
 };
 
-struct WriteRow {
+struct WriteLine {
     std::string_view name;
     JsonType type;
     Apply apply;
@@ -40,16 +41,25 @@ struct WriteRow {
     int (*own)(const cJSON* item, cJSON* answer) = nullptr;
 };
 
-constexpr WriteRow text(std::string_view name, int (*set)(const char*)) {
+// A line as the build compiles it: the functions by their places.
+struct WriteRow {
+    Text name;
+    JsonType type;
+    Apply apply;
+    uint8_t set_text, set_value, own;
+    uint16_t arg;
+};
+
+constexpr WriteLine text(std::string_view name, int (*set)(const char*)) {
     return {name, JsonType::string, Apply::text, set};
 }
-constexpr WriteRow value(std::string_view name, int (*set)(int), int mask = 0) {
+constexpr WriteLine value(std::string_view name, int (*set)(int), int mask = 0) {
     return {name, JsonType::number, Apply::value, nullptr, set, mask};
 }
-constexpr WriteRow output(std::string_view name, int selector) {
+constexpr WriteLine output(std::string_view name, int selector) {
     return {name, JsonType::string, Apply::resolution, nullptr, nullptr, selector};
 }
-constexpr WriteRow own(std::string_view name, JsonType type, int (*fn)(const cJSON* item, cJSON* answer)) {
+constexpr WriteLine own(std::string_view name, JsonType type, int (*fn)(const cJSON* item, cJSON* answer)) {
     return {name, type, Apply::own, nullptr, nullptr, 0, fn};
 }
 
@@ -230,7 +240,7 @@ int write_feature(const cJSON* item, cJSON* answer) {
 
 // ---- the table, one row per key -----------------------------------------------------------
 
-constexpr auto kWriteTable = std::to_array<WriteRow>({
+constexpr auto kWriteLines = std::to_array<WriteLine>({
     text("focus_mode", image_focus_mode_set),
     value("focus_area", image_focus_area_set, 0x0F),
     text("focus_distance", image_focus_distance_set),
@@ -306,12 +316,25 @@ bool type_fits(JsonType type, const cJSON* item) {
     return false;
 }
 
+constexpr auto kTextSetters = distinct_of<kWriteLines, &WriteLine::set_text>();
+constexpr auto kValueSetters = distinct_of<kWriteLines, &WriteLine::set_value>();
+constexpr auto kOwnWriters = distinct_of<kWriteLines, &WriteLine::own>();
+constexpr auto kWriteTable = compile_lines<kWriteLines, [](const WriteLine& l, auto& texts) {
+    return WriteRow{texts.add(l.name),
+                    l.type,
+                    l.apply,
+                    place_in(kTextSetters, l.set_text),
+                    place_in(kValueSetters, l.set_value),
+                    place_in(kOwnWriters, l.own),
+                    narrow<uint16_t>(l.arg)};
+}>();
+
 // Sends a setting; 0 when the camera took it.
 int send_setting(const WriteRow& row, const cJSON* item) {
     const int number = item->valueint;
     switch (row.apply) {
-    case Apply::text: return row.set_text(item->valuestring);
-    case Apply::value: return row.set_value(row.arg != 0 ? number & row.arg : number);
+    case Apply::text: return kTextSetters[row.set_text](item->valuestring);
+    case Apply::value: return kValueSetters[row.set_value](row.arg != 0 ? number & row.arg : number);
     case Apply::resolution: return image_resolution_set(row.arg, item->valuestring);
     case Apply::feature_pos: {
         const auto bits = static_cast<uint32_t>(number);
@@ -323,14 +346,14 @@ int send_setting(const WriteRow& row, const cJSON* item) {
 }
 
 void write_member(cJSON* item, cJSON* answer, int& result) {
-    const WriteRow* row = find_row(std::span<const WriteRow>(kWriteTable), item->string);
+    const WriteRow* row = find_compiled(kWriteTable, item->string);
     if (row == nullptr || !type_fits(row->type, item)) {
         json_answer_false(answer, item->string);
         result = -1;
         return;
     }
     if (row->apply == Apply::own) {
-        if (row->own(item, answer) != 0) result = -1;
+        if (kOwnWriters[row->own](item, answer) != 0) result = -1;
         return;
     }
     if (send_setting(*row, item) != 0) {

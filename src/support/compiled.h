@@ -9,9 +9,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <type_traits>
 #include <utility>
+
+#include "support/words.h"
 
 // Where a text lies in its table's block.
 struct Text {
@@ -78,6 +81,17 @@ consteval auto compile_lines() {
     return out;
 }
 
+// Two values of a column are the same handler, the same list (spans: the same
+// array) or the same number.
+template <typename T>
+constexpr bool same_value(const T& a, const T& b) {
+    return a == b;
+}
+template <typename T>
+constexpr bool same_value(std::span<T> a, std::span<T> b) {
+    return a.data() == b.data() && a.size() == b.size();
+}
+
 // The distinct non-null values of one column of the lines (the handlers a
 // table names), in order of first use, so a record keeps a place instead.
 template <auto& Lines, auto member>
@@ -86,8 +100,8 @@ consteval auto distinct_of() {
     constexpr size_t count = [] {
         size_t n = 0;
         for (size_t i = 0; i < std::size(Lines); ++i) {
-            bool seen = Lines[i].*member == Value{};
-            for (size_t j = 0; j < i && !seen; ++j) seen = Lines[j].*member == Lines[i].*member;
+            bool seen = same_value(Lines[i].*member, Value{});
+            for (size_t j = 0; j < i && !seen; ++j) seen = same_value(Lines[j].*member, Lines[i].*member);
             n += seen ? 0 : 1;
         }
         return n;
@@ -95,8 +109,8 @@ consteval auto distinct_of() {
     std::array<Value, count + 1> out{};  // place 0 is the null value
     size_t n = 1;
     for (const auto& line : Lines) {
-        bool seen = line.*member == Value{};
-        for (size_t j = 1; j < n && !seen; ++j) seen = out[j] == line.*member;
+        bool seen = same_value(line.*member, Value{});
+        for (size_t j = 1; j < n && !seen; ++j) seen = same_value(out[j], line.*member);
         if (!seen) out[n++] = line.*member;
     }
     return out;
@@ -105,9 +119,9 @@ consteval auto distinct_of() {
 void value_not_listed();  // never defined
 template <typename List, typename Value>
 constexpr uint8_t place_in(const List& list, Value v) {
-    if (v == Value{}) return 0;
+    if (same_value(v, Value{})) return 0;
     for (size_t i = 1; i < list.size(); ++i)
-        if (list[i] == v) return static_cast<uint8_t>(i);
+        if (same_value(list[i], v)) return static_cast<uint8_t>(i);
     value_not_listed();
     return 0;
 }
@@ -118,4 +132,17 @@ template <typename Narrow>
 constexpr Narrow narrow(long long v) {
     if (v != static_cast<long long>(static_cast<Narrow>(v))) value_does_not_fit();
     return static_cast<Narrow>(v);
+}
+
+// The record whose `name` text matches `key` without regard to case, or null.
+template <typename C>
+const auto* find_compiled(const C& table, std::string_view key) {
+    for (const auto& row : table)
+        if (same_word(table[row.name], key)) return &row;
+    return static_cast<decltype(&*table.begin())>(nullptr);
+}
+template <typename C>
+const auto* find_compiled(const C& table, const char* key) {
+    return key != nullptr ? find_compiled(table, std::string_view(key))
+                          : static_cast<decltype(&*table.begin())>(nullptr);
 }
