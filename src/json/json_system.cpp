@@ -47,7 +47,10 @@ int give(cJSON* item, cJSON* answer, cJSON* value) { return json_answer_value(an
 
 cJSON* record_value(const Row& row) {
     const uint8_t* block = record(row.rec);
-    return block != nullptr ? field_value(row.value, block) : nullptr;
+    return block != nullptr
+               ? field_value(Field{.name = {}, .form = row.form, .offset = row.offset, .size = row.size},
+                             block)
+               : nullptr;
 }
 
 }  // namespace system_section
@@ -85,8 +88,9 @@ cJSON* date_text(const std::tm& tm) {
 int answer_record(const Row& row, cJSON* item, cJSON* answer) {
     return give(item, answer, record_value(row));
 }
+const char* row_text(Text text);
 int answer_text(const Row& row, cJSON* item, cJSON* answer) {
-    return give(item, answer, cJSON_CreateString(row.text));
+    return give(item, answer, cJSON_CreateString(row_text(row.text)));
 }
 // Asked of a camera that keeps no such setting: false, and no failure.
 int answer_nothing(const Row&, cJSON* item, cJSON* answer) {
@@ -351,24 +355,36 @@ int set_clock(const Row& row, cJSON* item, cJSON* answer) {
 
 // ---- the tables -----------------------------------------------------------------------------
 
-constexpr Row record_row(std::string_view key, Want want, Rec rec, Field value) {
+// A row as it is written.
+struct Line {
+    std::string_view name;
+    Want want;
+    Handler handler;
+    Rec rec = Rec::none;  // the record `value` is read from
+    Field value{};        // a record value, read with the field kit
+    std::string_view text{};
+    SysCmd command{};
+    uint8_t clock_half = 0;
+};
+
+constexpr Line record_row(std::string_view key, Want want, Rec rec, Field value) {
     return {key, want, answer_record, rec, value};
 }
-constexpr Row info_u8(std::string_view key, uint16_t offset) {
+constexpr Line info_u8(std::string_view key, uint16_t offset) {
     return record_row(key, Want::yes, Rec::info, field(key, FieldForm::u8, offset));
 }
-constexpr Row state_u8(std::string_view key, uint16_t offset) {
+constexpr Line state_u8(std::string_view key, uint16_t offset) {
     return record_row(key, Want::yes, Rec::state, field(key, FieldForm::u8, offset));
 }
-constexpr Row info_text(std::string_view key, uint16_t offset, uint16_t size) {
+constexpr Line info_text(std::string_view key, uint16_t offset, uint16_t size) {
     return record_row(key, Want::yes, Rec::info, text_field(key, offset, size));
 }
-constexpr Row fixed_text(std::string_view key, const char* text) {
+constexpr Line fixed_text(std::string_view key, const char* text) {
     return {key, Want::yes, answer_text, Rec::none, {}, text};
 }
-constexpr Row own(std::string_view key, Want want, Handler handler) { return {key, want, handler}; }
+constexpr Line own(std::string_view key, Want want, Handler handler) { return {key, want, handler}; }
 
-constexpr auto kGetRows = std::to_array<Row>({
+constexpr auto kGetLines = std::to_array<Line>({
     own("login", Want::text, get_login),
     own("power_ctrl", Want::yes_or_object, get_power),
     own("support", Want::yes_or_object, get_support),
@@ -400,17 +416,18 @@ constexpr auto kGetRows = std::to_array<Row>({
 });
 
 // A number command answered with a record value (or true).
-constexpr Row number_command(std::string_view key, SysCmd command, Rec rec = Rec::none, uint16_t offset = 0) {
-    return {key, Want::number, send_number, rec, field(key, FieldForm::u8, offset), nullptr, command};
+constexpr Line number_command(std::string_view key, SysCmd command, Rec rec = Rec::none,
+                              uint16_t offset = 0) {
+    return {key, Want::number, send_number, rec, field(key, FieldForm::u8, offset), {}, command};
 }
-constexpr Row key_command(std::string_view key, SysCmd command) {
-    return {key, Want::text, send_key_text, Rec::none, {}, nullptr, command};
+constexpr Line key_command(std::string_view key, SysCmd command) {
+    return {key, Want::text, send_key_text, Rec::none, {}, {}, command};
 }
-constexpr Row clock_row(std::string_view key, uint8_t is_time) {
-    return {key, Want::text, set_clock, Rec::none, {}, nullptr, SysCmd::clock_changed, is_time};
+constexpr Line clock_row(std::string_view key, uint8_t is_time) {
+    return {key, Want::text, set_clock, Rec::none, {}, {}, SysCmd::clock_changed, is_time};
 }
 
-constexpr auto kSetRows = std::to_array<Row>({
+constexpr auto kSetLines = std::to_array<Line>({
     own("system_control", Want::text, system_control),
     own("login", Want::text, set_login),
     own("update", Want::number, start_update),
@@ -418,8 +435,13 @@ constexpr auto kSetRows = std::to_array<Row>({
     number_command("ndi_enable", SysCmd::ndi, Rec::info, offsetof(SysInfo, ndi_enable)),
     number_command("dante_enable", SysCmd::dante, Rec::state, offsetof(SysState, dante_enable)),
     number_command("suspend", SysCmd::standby, Rec::state, offsetof(SysState, standby)),
-    {"TZ", Want::text, set_time_zone, Rec::info,
-     text_field("TZ", offsetof(SysInfo, timezone), sizeof(SysInfo::timezone)), nullptr, SysCmd::time_zone},
+    {"TZ",
+     Want::text,
+     set_time_zone,
+     Rec::info,
+     text_field("TZ", offsetof(SysInfo, timezone), sizeof(SysInfo::timezone)),
+     {},
+     SysCmd::time_zone},
     number_command("language", SysCmd::language),
     own("sd", Want::object, set_sd),
     own("power_ctrl", Want::object, set_power),
@@ -430,15 +452,43 @@ constexpr auto kSetRows = std::to_array<Row>({
     key_command("serial_number", SysCmd::serial_number),
 });
 
+// Both tables compile together, so their texts share one block.
+constexpr auto kLines = [] {
+    std::array<Line, kGetLines.size() + kSetLines.size()> all{};
+    size_t n = 0;
+    for (const Line& l : kGetLines) all[n++] = l;
+    for (const Line& l : kSetLines) all[n++] = l;
+    return all;
+}();
+constexpr auto kHandlers = distinct_of<kLines, &Line::handler>();
+constexpr auto kRows = compile_lines<kLines, [](const Line& l, auto& texts) {
+    return Row{texts.add(l.name),
+               l.want,
+               place_in(kHandlers, l.handler),
+               l.rec,
+               l.value.form,
+               l.value.offset,
+               l.value.size,
+               texts.add(l.text),
+               l.command,
+               l.clock_half};
+}>();
+constexpr std::span<const Row> kGetRows(kRows.begin(), kGetLines.size());
+constexpr std::span<const Row> kSetRows(kRows.begin() + kGetLines.size(), kSetLines.size());
+
+const char* row_text(Text text) { return kRows.texts.c_str(text); }
+
 int walk(std::span<const Row> table, cJSON* member, cJSON* reply) {
     return json_section_walk(member, reply, [table](cJSON* item, cJSON* answer, int& result) {
-        const Row* row = find_row(table, item->string);
+        const Row* row = nullptr;
+        for (const Row& r : table)
+            if (row == nullptr && same_word(item->string, kRows[r.name])) row = &r;
         if (row == nullptr || !wants(row->want, item)) {
             json_answer_false(answer, item->string);
             result = -1;
             return;
         }
-        if (row->handler(*row, item, answer) != 0) result = -1;
+        if (kHandlers[row->handler](*row, item, answer) != 0) result = -1;
     });
 }
 

@@ -7,6 +7,7 @@
 
 #include "ipc/sys_commands.h"
 #include "json/json_fields.h"
+#include "support/compiled.h"
 
 namespace system_section {
 
@@ -32,15 +33,19 @@ struct Row;
 // Answers `item` under its own key in `answer`; 0, or -1 when it failed.
 using Handler = int (*)(const Row& row, cJSON* item, cJSON* answer);
 
+// A row as the build compiles it from its written line: texts in the
+// section's block, the handler by its place, the record value as its form,
+// place and size.
 struct Row {
-    std::string_view name;
+    Text name;
     Want want;
-    Handler handler;
-    Rec rec = Rec::none;  // the record `value` is read from
-    Field value{};        // a record value, read with the field kit
-    const char* text = nullptr;
-    SysCmd command{};
-    uint8_t clock_half = 0;  // the clock rows: 0 the date, 1 the time
+    uint8_t handler;
+    Rec rec;  // the record the value is read from
+    FieldForm form;
+    uint16_t offset, size;
+    Text text;  // a fixed answer
+    SysCmd command;
+    uint8_t clock_half;  // the clock rows: 0 the date, 1 the time
 };
 
 // The record a row's value lives in (null when it is not there).
