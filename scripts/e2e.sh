@@ -54,13 +54,16 @@ web_up WEB_DIGEST_PORT lighttpd digest
 nginx_port='' nginx_auth_port=''
 command -v nginx >/dev/null && web_up nginx_port nginx && web_up nginx_auth_port nginx auth
 
-# A whole run leaves the hostile-input table to the end (it leaves odd
-# settings behind).
-if [ $# -eq 0 ]; then "$BUILD/e2e_tests" --gtest_filter='-Hostile*'; else "$BUILD/e2e_tests" "$@"; fi
+# A whole run (no filter among the arguments; others, such as
+# --gtest_brief=1, are passed on) leaves the hostile-input table to the end:
+# it leaves odd settings behind.
+whole=1
+[[ " $* " == *" --gtest_filter="* ]] && whole=0
+if [ "$whole" = 1 ]; then "$BUILD/e2e_tests" --gtest_filter='-Hostile*' "$@"; else "$BUILD/e2e_tests" "$@"; fi
 status=$?
 # What depends on the web server, once more with nginx in front (not when a
 # filter picked the tests).
-if [[ " $* " == *" --gtest_filter="* ]]; then
+if [ "$whole" = 0 ]; then
   :
 elif [ -n "$nginx_port" ]; then
   WEB_HTTP_PORT=$nginx_port WEB_AUTH_PORT=$nginx_auth_port WEB_DIGEST_PORT='' WEB_SERVER_NAME=nginx \
@@ -73,10 +76,10 @@ fi
 # them readdress the camera); only on a whole run, not when a filter picks
 # some tests. The pages do not depend on the responder's architecture:
 # E2E_BROWSER=0 leaves the browser out (the emulated run does).
-if [ $# -eq 0 ]; then
+if [ "$whole" = 1 ]; then
   [ "${E2E_BROWSER:-1}" = 0 ] || SCREENSHOTS=$BUILD/screenshots /usr/bin/python3 "$REPO/tests/browser/test_live.py" || status=1
   "$REPO/tests/doc/readme_examples.sh" "$port" || status=1
-  "$BUILD/e2e_tests" --gtest_filter='Hostile*' || status=1
+  "$BUILD/e2e_tests" --gtest_filter='Hostile*' "$@" || status=1
 fi
 # The crash canary: the supervisor restarts a responder that died within a
 # second, so a crash shows only in its count. Every restart beyond those the
