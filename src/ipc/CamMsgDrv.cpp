@@ -132,7 +132,9 @@ int CamMsgCltInit(int id) {
         LOG_ERR("Msg_Init fail\n");
         return -1;
     }
-    g_seq = 0;
+    // Each process numbers its requests from its own start, so a reply meant
+    // for an earlier responder with the same id never matches one of ours.
+    g_seq = static_cast<uint32_t>(getpid()) << 16;
     FlushMsgFromCam();
     return 0;
 }
@@ -180,8 +182,10 @@ int TramsMsg2Cam(uint8_t* packet, int length, int* capacity) {
     if (length > kViscaMax || !packet_ok(packet, length)) return -1;
     const int timeout_ms = CamMsgTimeout(packet, length);
 
+    // Two system calls when the reply comes in time: the send and the
+    // receive. Replies to earlier requests still queued are passed over by
+    // their sequence numbers as they come.
     SemWait(g_sem);
-    Msg_Drain(g_qid, g_own_id);
     const CamMsg request = make_request(packet, length);
     CamMsg msg = request;
 

@@ -82,17 +82,26 @@ namespace {
 
 void on_alarm(int) {}  // only there to interrupt the blocked receive
 
-long long now_ms() {
+long long now_us() {
     timespec ts{};
     clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+    return static_cast<long long>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
 }
 
-void arm(long long ms) {
+// When the armed timer fires (monotonic microseconds); 0 when none is armed.
+long long g_fires_at = 0;
+
+// Makes sure the timer fires no later than `deadline`. A timer already armed
+// to fire before it is left alone: an early wake-up only sends the wait
+// round its loop once more, and so a run of quick exchanges costs one
+// setitimer instead of two each.
+void arm_by(long long deadline, long long now) {
+    if (g_fires_at > now && g_fires_at <= deadline) return;
+    const long long us = deadline - now;
     itimerval t{};
-    t.it_value.tv_sec = static_cast<time_t>(ms / 1000);
-    t.it_value.tv_usec = static_cast<suseconds_t>((ms % 1000) * 1000);
-    setitimer(ITIMER_REAL, &t, nullptr);
+    t.it_value.tv_sec = static_cast<time_t>(us / 1000000);
+    t.it_value.tv_usec = static_cast<suseconds_t>(us % 1000000);
+    if (setitimer(ITIMER_REAL, &t, nullptr) == 0) g_fires_at = deadline;
 }
 
 }  // namespace
@@ -102,29 +111,31 @@ int Msg_Rcv_Until(int qid, long type, void* msg, int size, int timeout_ms) {
         errno = EINVAL;
         return -1;
     }
+    // The handler restarts what it interrupts elsewhere (a timer left armed
+    // may fire after the wait, in a read or a write), while a System V
+    // receive always comes back with EINTR whatever the flag says.
     static const bool installed = [] {
         struct sigaction sa {};
         sa.sa_handler = on_alarm;
         sigemptyset(&sa.sa_mask);
-        sa.sa_flags = 0;  // no restart: the receive must come back with EINTR
+        sa.sa_flags = SA_RESTART;
         return sigaction(SIGALRM, &sa, nullptr) == 0;
     }();
     (void)installed;
-    const long long deadline = now_ms() + timeout_ms;
+    const long long deadline = now_us() + static_cast<long long>(timeout_ms) * 1000;
     const auto body = static_cast<size_t>(size - kTypeWord);
     for (;;) {
         if (g_msg_stop != 0) return -2;
-        const long long left = deadline - now_ms();
-        if (left <= 0) {
+        const long long now = now_us();
+        if (deadline - now <= 0) {
             // No time left: what is already there is still taken.
             const ssize_t ready = msgrcv(qid, msg, body, type, IPC_NOWAIT | MSG_NOERROR);
             if (ready >= 0) return static_cast<int>(ready);
             return errno == ENOMSG || errno == EINTR ? -2 : -1;
         }
-        arm(left);
+        arm_by(deadline, now);
         const ssize_t r = msgrcv(qid, msg, body, type, MSG_NOERROR);
         const int err = errno;
-        arm(0);
         if (r >= 0) return static_cast<int>(r);
         if (err != EINTR) {
             errno = err;

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <vector>
 
+#include <unistd.h>
+
 #include "ipc/CamMsgDrv.h"
 #include "records/records.h"
 #include "test_ipc_peer.h"
@@ -75,8 +77,8 @@ TEST(IpcCamUninitialised, EverySendAndReceiveFails) {
 }
 
 TEST_F(IpcCamChannel, RequestRecordAndReplyPairing) {
-    // A stale reply carrying the very sequence the next request will use:
-    // only the drain before the request keeps it from being taken.
+    // A reply left by an earlier responder with the same id (its own run of
+    // sequence numbers) and one to another request of ours are passed over.
     CamMsg stale{};
     stale.type = kOwnId;
     stale.seq = 0;
@@ -98,7 +100,7 @@ TEST_F(IpcCamChannel, RequestRecordAndReplyPairing) {
     EXPECT_EQ(capacity, 4);
     EXPECT_EQ(std::memcmp(packet, "\x90\x50\x02\xFF", 4), 0);
     EXPECT_EQ(seen.src, kOwnId);
-    EXPECT_EQ(seen.seq, 0);
+    EXPECT_EQ(seen.seq, static_cast<int32_t>(static_cast<uint32_t>(getpid()) << 16));
     EXPECT_EQ(seen.length, 5);
     EXPECT_EQ(std::memcmp(seen.packet, "\x81\x09\x04\x38\xFF", 5), 0);
     EXPECT_EQ(seen.packet[5], 0);
@@ -148,7 +150,7 @@ TEST_F(IpcCamChannel, NowaitSendsAndReceivesLater) {
 
     int seq = -1;
     EXPECT_EQ(TramsMsg2CamNowait1(packet, sizeof packet, &seq), 0);
-    EXPECT_EQ(seq, 1);
+    EXPECT_EQ(seq, static_cast<int32_t>((static_cast<uint32_t>(getpid()) << 16) + 1));
     EXPECT_EQ(queued_messages(qid_), 2);
 
     uint8_t buffer[8] = {};
@@ -163,7 +165,7 @@ TEST_F(IpcCamChannel, NowaitSendsAndReceivesLater) {
     capacity = 2;
     EXPECT_EQ(RecvMsgFromCam1(buffer, &capacity, 100, &got_seq), 2);
     EXPECT_EQ(capacity, 2);
-    EXPECT_EQ(got_seq, 1);
+    EXPECT_EQ(got_seq, seq);
     EXPECT_EQ(buffer[1], 0x41);
 }
 
