@@ -1,10 +1,14 @@
 #!/usr/bin/env bash
 # The benchmark: the simulated camera with the product responder behind the
 # shipped web server, and in the same run a do-nothing responder (the floor)
-# behind an identical one. wrk drives both, alternating, for each class of
-# request with 1 and 10 clients; the table goes to the terminal and, with the
-# date, commit and machine, to bench/RESULTS.md.
+# behind an identical one. In order: private memory after 10,000 requests,
+# the pure endpoint against the floor in interleaved rounds, each class of
+# request with 1 and 10 clients (with CPU time per request), the camera
+# channel's physical limit and the full image read against it. The report
+# goes to the terminal and, with the date, commit, machine and load, to
+# bench/RESULTS.md.
 # Usage: scripts/bench.sh BUILD_DIR [seconds per measurement, default 5]
+# ROUNDS=N interleaved rounds (default 5); CAMERA_CPUS, WRK_CPUS pin the sides.
 # State: <repo>/run/bench (removed first). Stops everything it started.
 set -uo pipefail
 {
@@ -43,27 +47,27 @@ start_server() {  # start_server VARIANT: the port in SERVER_PORT
   done
   return 1
 }
-# Both web servers fresh for this run, with identical configurations.
+# Both web servers fresh for this run, with identical configurations, on the
+# same CPU as the responders; wrk drives them from the other one.
 start_server product || { echo "bench: no web server" >&2; camera_finish 1; }
 PRODUCT_PORT=$SERVER_PORT
+taskset -apc "$CAMERA_CPUS" "${EXTRA_PIDS[-1]}" >/dev/null
 start_server floor || { echo "bench: no web server for the floor" >&2; camera_finish 1; }
 FLOOR_PORT=$SERVER_PORT
+taskset -apc "$CAMERA_CPUS" "${EXTRA_PIDS[-1]}" >/dev/null
+WRK_CPUS=${WRK_CPUS:-$([ "$(nproc)" -gt 1 ] && echo 1 || echo 0)}
 wait_until 5 test -S "$CAMERA_RUN_DIR/floor.sock"
+ROUNDS=${ROUNDS:-5}
 
 enc() {  # the few characters of these queries that a URL must escape
   local s=$1
   s=${s//'{'/%7B}; s=${s//'}'/%7D}; s=${s//'"'/%22}; s=${s//' '/%20}; s=${s//','/%2C}; s=${s//':'/%3A}
   echo "$s"
 }
-IMAGE_KEYS=("focus_mode" "focus_area" "focus_distance" "focus_sensitivity" "abs focus" "exposure_mode"
-  "shutter" "anti_flicker" "exposure_brightness" "iris" "gain" "gain_limit" "WB_mode" "R_gain" "B_gain"
-  "color_temperature" "mirror" "flip" "freeze" "backlight_compensation" "gamma" "digital_zoom_enable"
-  "digital_zoom_limit" "digital_zoom" "WDR_enable" "WDR_level" "brightness" "sharpness" "contrast"
-  "saturation" "DC_iris" "DC_iris_support" "ircut" "nd_filter" "noise_reduction_2D" "noise_reduction_3D"
-  "vo_resolution" "sdi1_resolution" "sdi2_resolution" "vo_support" "phantom_power_enable"
-  "genlock_status" "genlock_phase" "genlock_phase_step" "genlock_vertical" "tally_bright" "fpga_mode"
-  "feature_size" "feature_set" "feature_pos" "frame_rate" "zoom" "focus" "pan" "tilt"
-  "preset zoom speed" "preset move speed")
+# The full image read names every key of the section's read table, as the
+# source has them (one line each).
+mapfile -t IMAGE_KEYS < <(sed -n '/kReadLines = /,/^});/p' "$REPO/src/json/json_image_get.cpp" |
+  sed -nE 's/^ +(num|word|fixed|unserved|built)\("([^"]+)".*/\2/p')
 FULL_IMAGE='{"image":{'
 for k in "${IMAGE_KEYS[@]}"; do FULL_IMAGE+="\"$k\":true,"; done
 FULL_IMAGE="${FULL_IMAGE%,}}}"
@@ -79,43 +83,97 @@ CLASSES=(
   "settings write|$(enc '/cgi-bin/web.fcgi?func=set{"audio":{"volume":30}}')"
 )
 
-# measure PORT PATH CLIENTS: prints "requests/s median_ms p99_ms"
+cpu_ticks() { awk '{print $14 + $15}' "/proc/$1/stat" 2>/dev/null || echo 0; }
+HZ=$(getconf CLK_TCK)
+wpid=$(web_pid)
+fpid=$FLOOR_PID  # spawn-fcgi -n becomes the floor responder itself
+
+# Private memory after 10,000 mixed requests (the classes in turn, on one
+# kept-alive connection), and the floor's after as many of its own.
+mixed=$CAMERA_RUN_DIR/mixed.curl floor_urls=$CAMERA_RUN_DIR/floor.curl
+: >"$mixed"; : >"$floor_urls"
+for ((i = 0; i < 10000; i++)); do
+  entry=${CLASSES[i % ${#CLASSES[@]}]}
+  echo "url = \"http://127.0.0.1:$PRODUCT_PORT${entry#*|}\"" >>"$mixed"
+  echo "url = \"http://127.0.0.1:$FLOOR_PORT/cgi-bin/web.fcgi?nonsense\"" >>"$floor_urls"
+done
+curl -s -o /dev/null -K "$mixed"
+curl -s -o /dev/null -K "$floor_urls"
+memory="| Responder | Private_Dirty kB after 10,000 requests |
+|---|---|
+| product (web), mixed | $(private_dirty "$wpid") |
+| floor | $(private_dirty "$fpid") |
+| ratio | $(awk -v a="$(private_dirty "$wpid")" -v b="$(private_dirty "$fpid")" 'BEGIN {printf "%.2f", b > 0 ? a / b : 0}') |"
+
+# measure PORT PATH CLIENTS PID: prints "requests/s median_ms p99_ms cpu_us_per_request"
 measure() {
-  local out rps p50 p99
-  out=$(wrk -t1 -c"$3" -d"${SECONDS_EACH}s" --latency "http://127.0.0.1:$1$2" 2>&1)
+  local out rps p50 p99 n before after
+  before=$(cpu_ticks "$4")
+  out=$(taskset -c "$WRK_CPUS" wrk -t1 -c"$3" -d"${SECONDS_EACH}s" --latency "http://127.0.0.1:$1$2" 2>&1)
+  after=$(cpu_ticks "$4")
   rps=$(awk '/^Requests\/sec/ {print $2}' <<<"$out")
   p50=$(awk '$1 == "50%" {print $2}' <<<"$out")
   p99=$(awk '$1 == "99%" {print $2}' <<<"$out")
-  echo "${rps:-0} $(to_ms "${p50:-0}") $(to_ms "${p99:-0}")"
+  n=$(awk '/requests in/ {print $1}' <<<"$out")
+  echo "${rps:-0} $(to_ms "${p50:-0}") $(to_ms "${p99:-0}") $(awk -v t=$((after - before)) -v n="${n:-0}" -v hz="$HZ" 'BEGIN {printf "%.1f", n > 0 ? t * 1e6 / hz / n : 0}')"
 }
 to_ms() {  # wrk prints 1.23ms, 456.00us, 1.20s
   awk -v v="$1" 'BEGIN { n = v + 0; if (v ~ /us$/) n /= 1000; else if (v ~ /s$/ && v !~ /ms$/) n *= 1000; printf "%.3f", n }'
 }
-table="| Request | Clients | Product req/s | Median ms | 99% ms | Floor req/s | Floor median ms | Ratio to floor |
-|---|---|---|---|---|---|---|---|"
-for entry in "${CLASSES[@]}"; do
+stats() {  # min median max of the numbers given
+  printf '%s\n' "$@" | sort -g | awk '{v[NR] = $1} END {m = (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2; printf "%.2f %.2f %.2f", v[1], m, v[NR]}'
+}
+
+load_before=$(cut -d' ' -f1-3 /proc/loadavg)
+# The pure endpoint: product and floor in interleaved rounds (the order
+# alternating), the ratio taken within each round.
+endpoint_table="| Clients | Ratios min / median / max | Product req/s median | Floor req/s median | Product µs CPU/request | Floor µs CPU/request |
+|---|---|---|---|---|---|"
+for clients in 1 10; do
+  ratios=() prps=() frps=() pcpu=() fcpu=() pmed=()
+  for ((r = 0; r < ROUNDS; r++)); do
+    if ((r % 2 == 0)); then
+      read -r pr pm _ pc <<<"$(measure "$PRODUCT_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$wpid")"
+      read -r fr _ _ fc <<<"$(measure "$FLOOR_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$fpid")"
+    else
+      read -r fr _ _ fc <<<"$(measure "$FLOOR_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$fpid")"
+      read -r pr pm _ pc <<<"$(measure "$PRODUCT_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$wpid")"
+    fi
+    ratios+=("$(awk -v a="$pr" -v b="$fr" 'BEGIN {printf "%.3f", b > 0 ? a / b : 0}')")
+    prps+=("$pr") frps+=("$fr") pcpu+=("$pc") fcpu+=("$fc") pmed+=("$pm")
+  done
+  read -r rmin rmed rmax <<<"$(stats "${ratios[@]}")"
+  read -r _ pm_rps _ <<<"$(stats "${prps[@]}")"
+  read -r _ fm_rps _ <<<"$(stats "${frps[@]}")"
+  read -r _ pc_med _ <<<"$(stats "${pcpu[@]}")"
+  read -r _ fc_med _ <<<"$(stats "${fcpu[@]}")"
+  [ "$clients" = 1 ] && { read -r _ ENDPOINT_MS _ <<<"$(stats "${pmed[@]}")"; FLOOR_CPU=$fc_med; }
+  endpoint_table+=$'\n'"| $clients | $rmin / $rmed / $rmax | ${pm_rps%.*} | ${fm_rps%.*} | $pc_med | $fc_med |"
+done
+
+table="| Request | Clients | Product req/s | Median ms | 99% ms | µs CPU/request (floor $FLOOR_CPU) |
+|---|---|---|---|---|---|"
+for entry in "${CLASSES[@]:1}"; do
   name=${entry%%|*}
   path=${entry#*|}
   for clients in 1 10; do
-    floor_cells="—|—|—"
-    if [ "$name" != "pure endpoint" ]; then
-      read -r p1 m1 q1 <<<"$(measure "$PRODUCT_PORT" "$path" "$clients")"
-    else
-      # Three rounds of product then floor, averaged: drift of the machine cancels.
-      sums="0 0 0 0 0"
-      for _ in 1 2 3; do
-        read -r pr pm pq <<<"$(measure "$PRODUCT_PORT" "$path" "$clients")"
-        read -r fr fm _ <<<"$(measure "$FLOOR_PORT" "$path" "$clients")"
-        sums=$(awk -v s="$sums" -v a="$pr" -v b="$pm" -v c="$pq" -v d="$fr" -v e="$fm" \
-          'BEGIN {split(s, t, " "); printf "%f %f %f %f %f", t[1] + a, t[2] + b, t[3] + c, t[4] + d, t[5] + e}')
-      done
-      read -r p1 m1 q1 f fm <<<"$(awk -v s="$sums" 'BEGIN {split(s, t, " "); printf "%.0f %.3f %.3f %.0f %.3f", t[1] / 3, t[2] / 3, t[3] / 3, t[4] / 3, t[5] / 3}')"
-      ratio=$(awk -v a="$p1" -v b="$f" 'BEGIN {printf "%.2f", (b > 0 ? a / b : 0)}')
-      floor_cells="$f|$fm|$ratio"
-    fi
-    table+=$'\n'"| $name | $clients | ${p1%.*} | $m1 | $q1 | ${floor_cells//|/ | } |"
+    read -r p1 m1 q1 c1 <<<"$(measure "$PRODUCT_PORT" "$path" "$clients" "$wpid")"
+    [ "$name" = "full image read" ] && [ "$clients" = 1 ] && FULL_MS=$m1
+    table+=$'\n'"| $name | $clients | ${p1%.*} | $m1 | $q1 | $c1 |"
   done
 done
+load_after=$(cut -d' ' -f1-3 /proc/loadavg)
+
+# The camera channel's physical limit in the same run and on the same CPU,
+# and the exchanges one full read makes (the camera's journal counts them).
+RTT=$(taskset -c "$CAMERA_CPUS" "$BUILD/ipc_limit" 20000)
+journal=$CAMERA_RUN_DIR/visca.log
+lines_before=$(wc -l <"$journal")
+curl -s -o /dev/null "http://127.0.0.1:$PRODUCT_PORT$(enc "/cgi-bin/web.fcgi?func=get$FULL_IMAGE")"
+EXCHANGES=$(($(wc -l <"$journal") - lines_before))
+limit="The camera channel's limit, a bare message ping-pong between two processes on CPU $CAMERA_CPUS: $RTT µs a round trip.
+A full image read (${#IMAGE_KEYS[@]} keys) makes $EXCHANGES camera exchanges: at least $(awk -v n="$EXCHANGES" -v r="$RTT" 'BEGIN {printf "%.3f", n * r / 1000}') ms.
+Its camera part (the full read's median less the pure endpoint's, one client) took $(awk -v f="$FULL_MS" -v e="$ENDPOINT_MS" 'BEGIN {printf "%.3f", f - e}') ms: $(awk -v f="$FULL_MS" -v e="$ENDPOINT_MS" -v n="$EXCHANGES" -v r="$RTT" 'BEGIN {printf "%.2f", n * r > 0 ? (f - e) * 1000 / (n * r) : 0}') times the limit."
 
 # The full image read once more, timed alone: the camera answering at once,
 # then told to answer every inquiry 20 ms late (its time-outs must hold).
@@ -124,13 +182,6 @@ at_once=$(time_full)
 printf 'late 20\n' >"$CAMERA_RUN_DIR/camsim.ctl"
 late=$(time_full)
 : >"$CAMERA_RUN_DIR/camsim.ctl"
-
-wpid=$(web_pid)
-fpid=$FLOOR_PID  # spawn-fcgi -n becomes the floor responder itself
-memory="| Responder | Private_Dirty kB |
-|---|---|
-| product (web) | $(private_dirty "$wpid") |
-| floor | $(private_dirty "$fpid") |"
 
 # The responder's size, read off the binaries (the size preset's when
 # `make test-aarch64` has built it).
@@ -143,11 +194,18 @@ timing="Full image read alone: $(awk -v t="$at_once" 'BEGIN {printf "%.1f", t * 
 machine="$(uname -m), $(nproc) CPUs, $(awk -F': ' '/model name/ {print $2; exit}' /proc/cpuinfo)"
 report="## $(date -u '+%Y-%m-%d %H:%M UTC') — commit $(git -C "$REPO" rev-parse --short HEAD 2>/dev/null || echo unknown)
 
-Machine: $machine. wrk, one thread, ${SECONDS_EACH} s per measurement; the pure endpoint
-alternates product and floor three times and averages each side. The camera's
-processes and the floor run on CPU $CAMERA_CPUS, the web servers and wrk anywhere.
+Machine: $machine; load $load_before before, $load_after after. wrk, one
+thread, ${SECONDS_EACH} s per measurement, on CPU $WRK_CPUS; the camera's
+processes, both responders and both web servers on CPU $CAMERA_CPUS. The pure
+endpoint runs product and floor in $ROUNDS interleaved rounds; each round gives
+a ratio (product req/s over floor req/s). CPU per request is the responder's
+user and system time over the requests wrk counted.
+
+$endpoint_table
 
 $table
+
+$limit
 
 $memory
 
@@ -156,11 +214,13 @@ $timing
 $size.
 "
 echo "$report"
+# The file's standing part (everything before the first report) stays on
+# top; the new report goes above the older ones.
 {
   [ -s "$REPO/bench/RESULTS.md" ] || printf '# Benchmark results\n\nWritten by `make bench` (scripts/bench.sh), newest first.\n\n'
-  [ -s "$REPO/bench/RESULTS.md" ] && sed -n '1,4p' "$REPO/bench/RESULTS.md"
+  [ -s "$REPO/bench/RESULTS.md" ] && awk '/^## (Soak )?[0-9][0-9][0-9][0-9]-/ {exit} {print}' "$REPO/bench/RESULTS.md"
   echo "$report"
-  [ -s "$REPO/bench/RESULTS.md" ] && sed -n '5,$p' "$REPO/bench/RESULTS.md"
+  [ -s "$REPO/bench/RESULTS.md" ] && awk 'found || /^## (Soak )?[0-9][0-9][0-9][0-9]-/ {found = 1; print}' "$REPO/bench/RESULTS.md"
 } >"$CAMERA_RUN_DIR/RESULTS.md"
 cp "$CAMERA_RUN_DIR/RESULTS.md" "$REPO/bench/RESULTS.md"
 camera_finish 0

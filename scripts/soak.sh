@@ -81,9 +81,9 @@ $lines\`\`\`
 echo "$report"
 if [ "$TOTAL" -ge 1000000 ]; then
   {
-    sed -n '1,4p' "$REPO/bench/RESULTS.md"
+    awk '/^## (Soak )?[0-9][0-9][0-9][0-9]-/ {exit} {print}' "$REPO/bench/RESULTS.md"
     echo "$report"
-    sed -n '5,$p' "$REPO/bench/RESULTS.md"
+    awk 'found || /^## (Soak )?[0-9][0-9][0-9][0-9]-/ {found = 1; print}' "$REPO/bench/RESULTS.md"
   } >"$CAMERA_RUN_DIR/RESULTS.md" && cp "$CAMERA_RUN_DIR/RESULTS.md" "$REPO/bench/RESULTS.md"
 fi
 camera_finish "$status"

@@ -11,6 +11,7 @@
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace sim {
@@ -94,9 +95,10 @@ std::string hex_bytes(const uint8_t* data, size_t len) {
 
 // ---- control files --------------------------------------------------------
 
-std::vector<std::string> read_switches(std::string_view ctl_name) {
+namespace {
+
+std::vector<std::string> parse_switches(const std::string& path) {
     std::vector<std::string> out;
-    const std::string path = run_path(ctl_name);
     FILE* f = std::fopen(path.c_str(), "r");
     if (!f) return out;
     char buf[256];
@@ -108,6 +110,61 @@ std::vector<std::string> read_switches(std::string_view ctl_name) {
     }
     std::fclose(f);
     return out;
+}
+
+// What a control file looked like when it was last read.
+struct SwitchCache {
+    std::string name;
+    bool present = false;
+    ino_t ino = 0;
+    off_t size = 0;
+    timespec changed{};
+    std::vector<std::string> switches;
+};
+
+bool same_time(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+// File times come from a coarse clock: two writes within one tick can leave
+// the same time and size behind. A file changed in the last 50 ms is read
+// again whatever its times say.
+bool changed_lately(const timespec& changed) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const long long ms = (static_cast<long long>(now.tv_sec) - changed.tv_sec) * 1000 +
+                         (now.tv_nsec - changed.tv_nsec) / 1000000;
+    return ms < 50;
+}
+
+}  // namespace
+
+// One stat per call: the file is read again only when it changed.
+const std::vector<std::string>& read_switches(std::string_view ctl_name) {
+    thread_local std::vector<SwitchCache> caches;
+    SwitchCache* c = nullptr;
+    for (SwitchCache& e : caches)
+        if (e.name == ctl_name) c = &e;
+    if (c == nullptr) {
+        c = &caches.emplace_back();
+        c->name = ctl_name;
+    }
+    const std::string path = run_path(ctl_name);
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) {
+        c->present = false;
+        c->switches.clear();
+        return c->switches;
+    }
+    if (!c->present || st.st_ino != c->ino || st.st_size != c->size || !same_time(st.st_ctim, c->changed) ||
+        changed_lately(st.st_ctim)) {
+        c->present = true;
+        c->ino = st.st_ino;
+        c->size = st.st_size;
+        c->changed = st.st_ctim;
+        c->switches = parse_switches(path);
+    }
+    return c->switches;
 }
 
 bool has_switch(const std::vector<std::string>& sw, std::string_view name) {

@@ -40,10 +40,11 @@ private:
 // Bytes as lower-case hex pairs separated by single spaces.
 std::string hex_bytes(const uint8_t* data, size_t len);
 
-// Fault switches: the control file's lines, re-read on every call, with
-// surrounding blanks trimmed and empty lines dropped. A missing file gives
-// no switches.
-std::vector<std::string> read_switches(std::string_view ctl_name);
+// Fault switches: the control file's lines, with surrounding blanks trimmed
+// and empty lines dropped, as they stand at the call (the file is looked at
+// every time and read again when it changed). A missing file gives no
+// switches. The list stays valid until the thread's next call.
+const std::vector<std::string>& read_switches(std::string_view ctl_name);
 bool has_switch(const std::vector<std::string>& sw, std::string_view name);
 // Value of a switch of the form "name N" (e.g. "late 200"); -1 when absent.
 long switch_value(const std::vector<std::string>& sw, std::string_view name);

@@ -280,6 +280,7 @@ int web_main() {
         g_in_request = 1;
         image_ctrl_request_begin();
         web_handle_request();
+        Msg_Timer_Off();
         g_in_request = 0;
     }
     system_deinit();

@@ -104,6 +104,22 @@ void arm_by(long long deadline, long long now) {
     if (setitimer(ITIMER_REAL, &t, nullptr) == 0) g_fires_at = deadline;
 }
 
+// A timer left armed must not fire outside a wait: it is kept past a
+// receive only while it is at least this far off (the request's end turns
+// it off in any case).
+constexpr long long kKeepArmedUs = 2000000;
+
+}  // namespace
+
+void Msg_Timer_Off() {
+    if (g_fires_at == 0) return;
+    itimerval off{};
+    setitimer(ITIMER_REAL, &off, nullptr);
+    g_fires_at = 0;
+}
+
+namespace {
+
 }  // namespace
 
 int Msg_Rcv_Until(int qid, long type, void* msg, int size, int timeout_ms) {
@@ -136,7 +152,10 @@ int Msg_Rcv_Until(int qid, long type, void* msg, int size, int timeout_ms) {
         arm_by(deadline, now);
         const ssize_t r = msgrcv(qid, msg, body, type, MSG_NOERROR);
         const int err = errno;
-        if (r >= 0) return static_cast<int>(r);
+        if (r >= 0) {
+            if (g_fires_at - now_us() < kKeepArmedUs) Msg_Timer_Off();
+            return static_cast<int>(r);
+        }
         if (err != EINTR) {
             errno = err;
             return -1;

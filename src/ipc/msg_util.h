@@ -21,3 +21,6 @@ extern volatile sig_atomic_t g_msg_stop;
 // the process is ending), -1 on another failure. It sleeps in the kernel
 // until a message or the deadline comes: no polling.
 int Msg_Rcv_Until(int qid, long type, void* msg, int size, int timeout_ms);
+// The waits leave their timer armed from one exchange to the next; the end
+// of a request turns it off, so that it never fires outside a wait.
+void Msg_Timer_Off();
