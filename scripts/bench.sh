@@ -34,7 +34,9 @@ done
 export CAMERA_CPUS=${CAMERA_CPUS:-0}
 camera_fresh
 camera_start 20 || camera_finish 1
-taskset -c "$CAMERA_CPUS" spawn-fcgi -n -s "$CAMERA_RUN_DIR/floor.sock" -M 0600 -- "$BUILD/bench_floor" >/dev/null 2>&1 &
+# The floor's socket is made for the web servers' account, as the product's is.
+taskset -c "$CAMERA_CPUS" spawn-fcgi -n -s "$CAMERA_RUN_DIR/floor.sock" -M 0600 ${SOCKET_USER:+-U "$SOCKET_USER" -G "$SOCKET_USER"} \
+  -- "$BUILD/bench_floor" >/dev/null 2>&1 &
 FLOOR_PID=$!
 EXTRA_PIDS+=("$FLOOR_PID")
 
@@ -97,13 +99,13 @@ for ((i = 0; i < 10000; i++)); do
   echo "url = \"http://127.0.0.1:$PRODUCT_PORT${entry#*|}\"" >>"$mixed"
   echo "url = \"http://127.0.0.1:$FLOOR_PORT/cgi-bin/web.fcgi?nonsense\"" >>"$floor_urls"
 done
-curl -s -o /dev/null -K "$mixed"
-curl -s -o /dev/null -K "$floor_urls"
+curl -s -K "$mixed" >/dev/null
+curl -s -K "$floor_urls" >/dev/null
 memory="| Responder | Private_Dirty kB after 10,000 requests |
 |---|---|
 | product (web), mixed | $(private_dirty "$wpid") |
 | floor | $(private_dirty "$fpid") |
-| ratio | $(awk -v a="$(private_dirty "$wpid")" -v b="$(private_dirty "$fpid")" 'BEGIN {printf "%.2f", b > 0 ? a / b : 0}') |"
+| ratio | $(awk -v a="$(private_dirty "$wpid")" -v b="$(private_dirty "$fpid")" 'BEGIN {printf "%.2f", (b > 0 ? a / b : 0)}') |"
 
 # measure PORT PATH CLIENTS PID: prints "requests/s median_ms p99_ms cpu_us_per_request"
 measure() {
@@ -115,7 +117,13 @@ measure() {
   p50=$(awk '$1 == "50%" {print $2}' <<<"$out")
   p99=$(awk '$1 == "99%" {print $2}' <<<"$out")
   n=$(awk '/requests in/ {print $1}' <<<"$out")
-  echo "${rps:-0} $(to_ms "${p50:-0}") $(to_ms "${p99:-0}") $(awk -v t=$((after - before)) -v n="${n:-0}" -v hz="$HZ" 'BEGIN {printf "%.1f", n > 0 ? t * 1e6 / hz / n : 0}')"
+  # A reply that is not a success, or a socket error, makes the figure void.
+  if grep -qE 'Non-2xx|Socket errors' <<<"$out"; then
+    echo "bench: $1$2 with $3 clients: $(grep -E 'Non-2xx|Socket errors' <<<"$out" | tr -s ' ' | tr '\n' ';')" >&2
+    echo "0 0 0 0"
+    return
+  fi
+  echo "${rps:-0} $(to_ms "${p50:-0}") $(to_ms "${p99:-0}") $(awk -v t=$((after - before)) -v n="${n:-0}" -v hz="$HZ" 'BEGIN {printf "%.1f", (n > 0 ? t * 1e6 / hz / n : 0)}')"
 }
 to_ms() {  # wrk prints 1.23ms, 456.00us, 1.20s
   awk -v v="$1" 'BEGIN { n = v + 0; if (v ~ /us$/) n /= 1000; else if (v ~ /s$/ && v !~ /ms$/) n *= 1000; printf "%.3f", n }'
@@ -139,7 +147,7 @@ for clients in 1 10; do
       read -r fr _ _ fc <<<"$(measure "$FLOOR_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$fpid")"
       read -r pr pm _ pc <<<"$(measure "$PRODUCT_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$wpid")"
     fi
-    ratios+=("$(awk -v a="$pr" -v b="$fr" 'BEGIN {printf "%.3f", b > 0 ? a / b : 0}')")
+    ratios+=("$(awk -v a="$pr" -v b="$fr" 'BEGIN {printf "%.3f", (b > 0 ? a / b : 0)}')")
     prps+=("$pr") frps+=("$fr") pcpu+=("$pc") fcpu+=("$fc") pmed+=("$pm")
   done
   read -r rmin rmed rmax <<<"$(stats "${ratios[@]}")"
@@ -173,7 +181,7 @@ curl -s -o /dev/null "http://127.0.0.1:$PRODUCT_PORT$(enc "/cgi-bin/web.fcgi?fun
 EXCHANGES=$(($(wc -l <"$journal") - lines_before))
 limit="The camera channel's limit, a bare message ping-pong between two processes on CPU $CAMERA_CPUS: $RTT µs a round trip.
 A full image read (${#IMAGE_KEYS[@]} keys) makes $EXCHANGES camera exchanges: at least $(awk -v n="$EXCHANGES" -v r="$RTT" 'BEGIN {printf "%.3f", n * r / 1000}') ms.
-Its camera part (the full read's median less the pure endpoint's, one client) took $(awk -v f="$FULL_MS" -v e="$ENDPOINT_MS" 'BEGIN {printf "%.3f", f - e}') ms: $(awk -v f="$FULL_MS" -v e="$ENDPOINT_MS" -v n="$EXCHANGES" -v r="$RTT" 'BEGIN {printf "%.2f", n * r > 0 ? (f - e) * 1000 / (n * r) : 0}') times the limit."
+Its camera part (the full read's median less the pure endpoint's, one client) took $(awk -v f="$FULL_MS" -v e="$ENDPOINT_MS" 'BEGIN {printf "%.3f", f - e}') ms: $(awk -v f="$FULL_MS" -v e="$ENDPOINT_MS" -v n="$EXCHANGES" -v r="$RTT" 'BEGIN {printf "%.2f", (n * r > 0 ? (f - e) * 1000 / (n * r) : 0)}') times the limit."
 
 # The full image read once more, timed alone: the camera answering at once,
 # then told to answer every inquiry 20 ms late (its time-outs must hold).
