@@ -2,6 +2,7 @@
 // with one command when it changed, and the volume and the HDMI and NDI audio
 // switches with a command each.
 #include "json/json_audio.h"
+#include "json/json_describe.h"
 
 #include <array>
 #include <cstddef>
@@ -113,3 +114,5 @@ int json_audio_set_ctrl(cJSON* member, cJSON* reply) {
     }
     return block_answer(kFields, block_stored(kBlock), member->string, reply, kInAfter);
 }
+
+void json_audio_describe(KeyList& out) { fields_describe(out, "audio", "", kFields); }

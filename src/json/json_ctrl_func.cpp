@@ -1,6 +1,7 @@
 // JSON control API: the get and set dispatchers, the access rule for
 // requests not made with GET, the access key and the login check.
 #include "json/json_ctrl_func.h"
+#include "json/json_describe.h"
 
 #include <array>
 #include <cstdlib>
@@ -132,3 +133,23 @@ int json_get_ctrl(const char* text) {
 }
 
 int json_set_ctrl(const char* text) { return dispatch(text, kSetSections).result; }
+
+std::vector<SectionInfo> json_sections_describe() {
+    std::vector<SectionInfo> out;
+    const auto entry = [&out](std::string_view name) -> SectionInfo& {
+        for (SectionInfo& s : out)
+            if (s.name == name) return s;
+        return out.emplace_back(SectionInfo{.name = name});
+    };
+    for (const JsonSection& s : kGetSections) {
+        if (s.handler == nullptr || s.handler == json_section_pending || s.handler == json_section_refused) continue;
+        SectionInfo& e = entry(s.name);
+        e.get = true;
+        e.get_true = s.value == SectionValue::any;
+    }
+    for (const JsonSection& s : kSetSections) {
+        if (s.handler == nullptr || s.handler == json_section_pending || s.handler == json_section_refused) continue;
+        entry(s.name).set = true;
+    }
+    return out;
+}

@@ -3,6 +3,7 @@
 // the merged values, and sends a command for each value that changed, in a
 // fixed order; the first failing step stops the rest.
 #include "json/json_ethernet.h"
+#include "json/json_describe.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -257,3 +258,5 @@ int json_ethernet_set_ctrl(cJSON* member, cJSON* reply) {
     json_access_key_update();  // the key follows the network identity
     return result;
 }
+
+void json_ethernet_describe(KeyList& out) { fields_describe(out, "ethernet", kIf, kFields); }

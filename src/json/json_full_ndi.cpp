@@ -3,6 +3,7 @@
 // NFS. The API's flat keys map onto members of the file's "ndi" object; a
 // write saves the whole file and tells the board to load it again.
 #include "json/json_full_ndi.h"
+#include "json/json_describe.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -269,4 +270,13 @@ int json_full_ndi_set_ctrl(cJSON* member, cJSON* reply) {
     json_answer(reply, member->string, cJSON_Duplicate(tree.get(), 1));
     fullndi_config_save(printed.get(), std::strlen(printed.get()));
     return image_encoder_reload() < 0 ? -1 : 0;
+}
+
+void json_full_ndi_describe(KeyList& out) {
+    for (const NdiKey& k : kKeys) {
+        const KeyType type = k.kind == Kind::number      ? KeyType::number
+                             : k.kind == Kind::multicast ? KeyType::object
+                                                         : KeyType::text;
+        out.push_back(KeyInfo{.section = "full ndi", .key = k.name, .type = type});
+    }
 }

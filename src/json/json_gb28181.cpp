@@ -1,6 +1,7 @@
 // The "gb28181" and "FreeD" sections: one block of the settings record each,
 // sent whole with one command, all or nothing.
 #include "json/json_gb28181.h"
+#include "json/json_describe.h"
 
 #include <arpa/inet.h>
 
@@ -137,4 +138,9 @@ int json_freed_get_ctrl(cJSON* member, cJSON* reply) {
 }
 int json_freed_set_ctrl(cJSON* member, cJSON* reply) {
     return block_section_write(kFreedBlock, member, reply);
+}
+
+void json_block_sections_describe(KeyList& out) {
+    fields_describe(out, "gb28181", "", kGbFields);
+    fields_describe(out, "FreeD", "", kFreedFields);
 }

@@ -8,6 +8,7 @@
 #include "camera/image_ctrl.h"
 #include "ipc/sys_port.h"
 #include "json/json_feature.h"
+#include "json/json_describe.h"
 #include "json/json_image.h"
 #include "json/json_section.h"
 #include "support/compiled.h"
@@ -326,3 +327,12 @@ int json_image_degrees(int32_t position) {
 }
 
 int json_image_get_ctrl(cJSON* member, cJSON* reply) { return json_section_walk(member, reply, read_member); }
+
+void json_image_get_describe(KeyList& out) {
+    for (const ReadLine& l : kReadLines) {
+        KeyInfo k{.section = "image", .key = l.name, .write = false, .words = l.words};
+        if (l.source == Source::words) k.type = KeyType::word;
+        if (l.source == Source::built || l.source == Source::unserved) k.type = KeyType::any;
+        out.push_back(k);
+    }
+}

@@ -13,6 +13,7 @@
 #include "camera/image_ctrl.h"
 #include "ipc/sys_port.h"
 #include "json/json_feature.h"
+#include "json/json_describe.h"
 #include "json/json_image.h"
 #include "json/json_section.h"
 #include "support/compiled.h"
@@ -369,4 +370,19 @@ void write_member(cJSON* item, cJSON* answer, int& result) {
 
 int json_image_set_ctrl(cJSON* member, cJSON* reply) {
     return json_section_walk(member, reply, write_member);
+}
+
+void json_image_set_describe(KeyList& out) {
+    for (const WriteLine& l : kWriteLines) {
+        KeyInfo k{.section = "image", .key = l.name, .read = false};
+        switch (l.type) {
+        case JsonType::string: k.type = KeyType::text; break;
+        case JsonType::number: k.type = KeyType::number; break;
+        case JsonType::object:
+        case JsonType::pair: k.type = KeyType::object; break;
+        case JsonType::any: k.type = KeyType::any; break;
+        }
+        if (l.apply == Apply::value && l.arg != 0) k.max = l.arg;
+        out.push_back(k);
+    }
 }

@@ -2,6 +2,7 @@
 // the one block written straight into the shared record; the command that
 // follows tells the system server to take it up.
 #include "json/json_ntp.h"
+#include "json/json_describe.h"
 
 #include <unistd.h>
 
@@ -63,3 +64,5 @@ int json_ntp_set_ctrl(cJSON* member, cJSON* reply) {
     }
     return fields_read(kFields, block, taken.get(), member->string, reply, {.non_true_fails = false});
 }
+
+void json_ntp_describe(KeyList& out) { fields_describe(out, "NTP", "", kFields); }

@@ -2,6 +2,7 @@
 // four scheduled tasks, sent whole with one command once every member was
 // taken and the enabled tasks neither run backwards nor overlap.
 #include "json/json_record.h"
+#include "json/json_describe.h"
 
 #include <array>
 #include <cstddef>
@@ -83,3 +84,5 @@ int json_record_get_ctrl(cJSON* member, cJSON* reply) {
 int json_record_set_ctrl(cJSON* member, cJSON* reply) {
     return block_section_write(kBlock, member, reply, {.check = schedule_ok});
 }
+
+void json_record_describe(KeyList& out) { fields_describe(out, "record", "", kFields); }

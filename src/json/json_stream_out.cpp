@@ -3,6 +3,7 @@
 // the state record and change member by member; the multicast blocks live
 // in the settings record and change whole.
 #include "json/json_stream_out.h"
+#include "json/json_describe.h"
 
 #include <array>
 #include <cstddef>
@@ -169,4 +170,11 @@ int json_multicast_set_ctrl(cJSON* member, cJSON* reply) {
     return stream_walk(member, reply, true, [](const Stream& stream, cJSON* item, cJSON* answer) {
         return block_section_write(kMulticastBlocks[index_of(stream)], item, answer) == 0;
     });
+}
+
+void json_stream_out_describe(KeyList& out) {
+    for (std::string_view stream : {"main", "sub"}) {
+        fields_describe(out, "rtmp", stream, kRtmpFields);
+        fields_describe(out, "rtp multicast", stream, kMulticastFields);
+    }
 }

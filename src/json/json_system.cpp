@@ -4,6 +4,7 @@
 // values kept in the settings record or the live state are rows of the field
 // kit read straight from there.
 #include "json/json_system.h"
+#include "json/json_describe.h"
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -496,3 +497,32 @@ int walk(std::span<const Row> table, cJSON* member, cJSON* reply) {
 
 int json_system_get_ctrl(cJSON* member, cJSON* reply) { return walk(kGetRows, member, reply); }
 int json_system_set_ctrl(cJSON* member, cJSON* reply) { return walk(kSetRows, member, reply); }
+
+namespace {
+KeyInfo system_key(const Line& l) {
+    KeyInfo k{.section = "system", .key = l.name};
+    switch (l.want) {
+    case Want::yes: k.type = KeyType::yes; break;
+    case Want::any: k.type = KeyType::any; break;
+    case Want::text: k.type = KeyType::text; break;
+    case Want::number: k.type = KeyType::number; break;
+    case Want::object:
+    case Want::yes_or_object: k.type = KeyType::object; break;
+    }
+    if (l.value.form == FieldForm::text) k.length = l.value.size;
+    return k;
+}
+}  // namespace
+
+void json_system_describe(KeyList& out) {
+    for (const Line& l : kGetLines) {
+        KeyInfo k = system_key(l);
+        k.write = false;
+        out.push_back(k);
+    }
+    for (const Line& l : kSetLines) {
+        KeyInfo k = system_key(l);
+        k.read = false;
+        out.push_back(k);
+    }
+}

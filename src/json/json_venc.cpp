@@ -4,6 +4,7 @@
 // which words carry the bit rate and the key-frame interval depends on the
 // codec.
 #include "json/json_venc.h"
+#include "json/json_describe.h"
 
 #include <array>
 #include <cstdio>
@@ -468,4 +469,15 @@ int json_venc_ability_get_ctrl(cJSON* member, cJSON* reply) {
     return stream_walk(member, reply, false, [](const Stream& s, cJSON* item) -> cJSON* {
         return selected(ability_answer(s), item);
     });
+}
+
+void json_venc_describe(KeyList& out) {
+    for (const Stream& s : kStreams)
+        for (const Member& m : kMembers) {
+            KeyInfo k{.section = "venc", .path = s.name, .key = m.name, .words = m.words};
+            if (!m.words.empty()) k.type = KeyType::word;
+            else if (m.own != nullptr) k.type = KeyType::text;
+            else k.max = m.max;
+            out.push_back(k);
+        }
 }
