@@ -34,8 +34,10 @@ done
 export CAMERA_CPUS=${CAMERA_CPUS:-0}
 camera_fresh
 camera_start 20 || camera_finish 1
-# The floor's socket is made for the web servers' account, as the product's is.
-taskset -c "$CAMERA_CPUS" spawn-fcgi -n -s "$CAMERA_RUN_DIR/floor.sock" -M 0600 ${SOCKET_USER:+-U "$SOCKET_USER" -G "$SOCKET_USER"} \
+# The floor's socket is made for the web servers' account, and it runs with
+# the allocator's settings, as the product does.
+GLIBC_TUNABLES=$(sed -n 's/^Environment=GLIBC_TUNABLES=//p' "$REPO/deploy/web.service.in") \
+  taskset -c "$CAMERA_CPUS" spawn-fcgi -n -s "$CAMERA_RUN_DIR/floor.sock" -M 0600 ${SOCKET_USER:+-U "$SOCKET_USER" -G "$SOCKET_USER"} \
   -- "$BUILD/bench_floor" >/dev/null 2>&1 &
 FLOOR_PID=$!
 EXTRA_PIDS+=("$FLOOR_PID")

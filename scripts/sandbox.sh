@@ -34,6 +34,8 @@ set -uo pipefail
 say() { echo "sandbox: $*" >&2; }
 # shellcheck source=proc.sh
 . "$(dirname "$0")/proc.sh"
+# The allocator's settings of the installed service, for the responder.
+WEB_TUNABLES=$(sed -n 's/^Environment=GLIBC_TUNABLES=//p' "$(dirname "$0")/../deploy/web.service.in")
 
 # Identity of the simulated camera's network port: camera n of several
 # (CAMERA_INDEX, default 1) is 192.168.1.(98 + 2n), with a MAC of its own
@@ -184,12 +186,13 @@ inside() {
       say "$name is not ready (see $run/$name.out)"
   done
 
-  # The responder, restarted whenever it ends, as on the camera.
+  # The responder, restarted whenever it ends, as on the camera, with the
+  # C library's allocator set as the service files set it.
   rm -f "$run/web.sock"
   (
     trap - TERM INT HUP
     while :; do
-      "${confine[@]}" spawn-fcgi -n -s "$run/web.sock" -M 0600 ${SOCKET_USER:+-U "$SOCKET_USER" -G "$SOCKET_USER"} \
+      GLIBC_TUNABLES=$WEB_TUNABLES "${confine[@]}" spawn-fcgi -n -s "$run/web.sock" -M 0600 ${SOCKET_USER:+-U "$SOCKET_USER" -G "$SOCKET_USER"} \
         -- "$build/web" >>"$run/web.log" 2>&1 &
       echo $! >"$run/web.pid"
       wait $!

@@ -15,6 +15,7 @@ OutputCapture::OutputCapture(std::string_view body) : body_(body) { g_capture = 
 OutputCapture::~OutputCapture() { g_capture = nullptr; }
 
 int out_accept() { return FCGI_Accept(); }
+void out_finish() { FCGI_Finish(); }
 
 int out_printf(const char* format, ...) {
     va_list ap;

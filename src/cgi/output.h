@@ -9,6 +9,9 @@
 
 // Waits for the next request; negative when no further request will come.
 int out_accept();
+// Ends the current request: the reply goes out and the FastCGI layer frees
+// what it held for the request (its streams and parameters).
+void out_finish();
 
 int out_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 size_t out_write(const void* data, size_t size);

@@ -1,5 +1,6 @@
 #include "front/web.h"
 
+#include <malloc.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -282,6 +283,10 @@ int web_main() {
         web_handle_request();
         Msg_Timer_Off();
         g_in_request = 0;
+        // What the request allocated goes back to the system between
+        // requests, so the process at rest holds only its own pages.
+        out_finish();
+        malloc_trim(0);
     }
     system_deinit();
     return 0;
