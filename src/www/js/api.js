@@ -16,9 +16,9 @@ export class ApiError extends Error {
   }
 }
 
-async function send(url, options = {}) {
+async function send(url, options = {}, timeout = TIMEOUT_MS) {
   const abort = new AbortController();
-  const timer = setTimeout(() => abort.abort(), TIMEOUT_MS);
+  const timer = setTimeout(() => abort.abort(), timeout);
   try {
     const res = await fetch(url, { cache: 'no-store', signal: abort.signal, ...options });
     if (res.status === 401) throw new ApiError('The web server asks for credentials', { needsLogin: true });
@@ -82,8 +82,17 @@ export async function login(user, password) {
 
 // ---- the JSON control API ------------------------------------------------------------------
 
+// A read goes as a GET; one too long for the query's limit goes as a POST
+// with the key (the responder asks it of every request that is not a GET).
+const QUERY_MAX = 2000;
 export async function read(request) {
-  return checked(parse(await send(`${CONTROL}?func=get${encodeURIComponent(JSON.stringify(request))}`)));
+  const url = `${CONTROL}?func=get${encodeURIComponent(JSON.stringify(request))}`;
+  const key = sessionStorage.getItem(KEY_STORE);
+  if (url.length <= QUERY_MAX || key === null) return checked(parse(await send(url)));
+  return checked(parse(await send(`${CONTROL}?path=get`, {
+    method: 'POST',
+    body: JSON.stringify({ key: Number(key), ...request }),
+  })));
 }
 
 export async function write(request) {
@@ -155,3 +164,38 @@ export async function identity() {
 
 let frame = 0;
 export const previewUrl = () => `${PREVIEW}?n=${++frame}`;
+
+// ---- the API's own description, generated from the responder's tables ----------------------
+
+export async function describe() {
+  const text = await send('api.json');
+  try {
+    return JSON.parse(text);
+  } catch {
+    throw new ApiError('The API description is not JSON');
+  }
+}
+
+// ---- firmware update ---------------------------------------------------------------------
+
+const PIECE = 64 * 1024;
+const PIECE_TIMEOUT_MS = 120000;  // a slow link still gets a piece through
+
+// Sends a firmware image: arm, the file in pieces (the responder appends
+// them), end. `progress(sent, total)` after each piece. The responder
+// answers every piece with the bytes it took; a sum that is not the file's
+// size means the image did not arrive whole, and the update is not started.
+export async function updateFirmware(file, progress) {
+  await write({ system: { post_update: 'start' } });
+  let taken = 0;
+  for (let at = 0; at < file.size; at += PIECE) {
+    const piece = file.slice(at, at + PIECE);
+    const answer = parse(await send(`${CONTROL}?path=update`, { method: 'POST', body: piece }, PIECE_TIMEOUT_MS));
+    if (answer.status !== 1 || typeof answer.size !== 'number') throw new ApiError('The camera did not take the image');
+    taken += answer.size;
+    progress(at + piece.size, file.size);
+  }
+  if (taken !== file.size) throw new ApiError(`The camera took ${taken} of ${file.size} bytes: the update was not started`);
+  await write({ system: { post_update: 'end' } });
+  return taken;
+}
