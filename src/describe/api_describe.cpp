@@ -27,7 +27,7 @@ KeyList all_keys() {
     for (Describe d : {json_image_get_describe, json_image_set_describe, json_system_describe,
                        json_block_sections_describe, json_audio_describe, json_record_describe, json_ntp_describe,
                        json_ethernet_describe, json_venc_describe, json_stream_out_describe,
-                       json_full_ndi_describe})
+                       json_full_ndi_describe, json_ai_describe})
         d(keys);
     // A key named by a read table and a write table is one key of the API.
     KeyList merged;
@@ -135,7 +135,30 @@ int write_markdown() {
 
 }  // namespace
 
+// A text for a section or key that no table has any more is an error.
+int stale_texts() {
+    const KeyList keys = all_keys();
+    const std::vector<SectionInfo> sections = json_sections_describe();
+    int stale = 0;
+    for (const Description& d : kSectionTexts) {
+        bool found = false;
+        for (const SectionInfo& s : sections) found = found || s.name == d.section;
+        if (!found) std::fprintf(stderr, "api_describe: no section \"%.*s\"\n", int(d.section.size()), d.section.data());
+        stale += found ? 0 : 1;
+    }
+    for (const Description& d : kKeyTexts) {
+        bool found = false;
+        for (const KeyInfo& k : keys) found = found || (k.section == d.section && k.key == d.key);
+        if (!found)
+            std::fprintf(stderr, "api_describe: no key \"%.*s\" in \"%.*s\"\n", int(d.key.size()), d.key.data(),
+                         int(d.section.size()), d.section.data());
+        stale += found ? 0 : 1;
+    }
+    return stale;
+}
+
 int main(int argc, char** argv) {
+    if (stale_texts() != 0) return 1;
     if (argc == 2 && std::strcmp(argv[1], "json") == 0) return write_json();
     if (argc == 2 && std::strcmp(argv[1], "markdown") == 0) return write_markdown();
     std::fprintf(stderr, "usage: %s json|markdown\n", argv[0]);

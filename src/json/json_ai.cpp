@@ -1,6 +1,7 @@
 // The "ai" section: auto-tracking switches sent to the camera as VISCA
 // packets, answered from the tracking process's information area.
 #include "json/json_ai.h"
+#include "json/json_describe.h"
 
 #include <array>
 #include <cstddef>
@@ -101,3 +102,5 @@ int json_ai_set_ctrl(cJSON* member, cJSON* reply) {
 int json_ai_get_ctrl(cJSON* member, cJSON* reply) {
     return fields_read(kFields, area_bytes(), member, reply);
 }
+
+void json_ai_describe(KeyList& out) { fields_describe(out, "ai", "", kFields); }

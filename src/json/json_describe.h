@@ -57,3 +57,4 @@ void json_ethernet_describe(KeyList& out);
 void json_venc_describe(KeyList& out);
 void json_stream_out_describe(KeyList& out);  // rtmp, rtp multicast
 void json_full_ndi_describe(KeyList& out);
+void json_ai_describe(KeyList& out);
