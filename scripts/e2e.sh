@@ -77,7 +77,10 @@ fi
 # some tests. The pages do not depend on the responder's architecture:
 # E2E_BROWSER=0 leaves the browser out (the emulated run does).
 if [ "$whole" = 1 ]; then
-  [ "${E2E_BROWSER:-1}" = 0 ] || SCREENSHOTS=$BUILD/screenshots /usr/bin/python3 "$REPO/tests/browser/test_live.py" || status=1
+  if [ "${E2E_BROWSER:-1}" != 0 ]; then
+    SCREENSHOTS=$BUILD/screenshots /usr/bin/python3 "$REPO/tests/browser/test_live.py" || status=1
+    SCREENSHOTS=$BUILD/screenshots /usr/bin/python3 "$REPO/tests/browser/test_settings.py" || status=1
+  fi
   "$REPO/tests/doc/readme_examples.sh" "$port" || status=1
   "$BUILD/e2e_tests" --gtest_filter='Hostile*' "$@" || status=1
 fi

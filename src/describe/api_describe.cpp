@@ -25,9 +25,9 @@ KeyList all_keys() {
     KeyList keys;
     using Describe = void (*)(KeyList&);
     for (Describe d : {json_image_get_describe, json_image_set_describe, json_system_describe,
-                       json_block_sections_describe, json_audio_describe, json_record_describe, json_ntp_describe,
-                       json_ethernet_describe, json_venc_describe, json_stream_out_describe,
-                       json_full_ndi_describe, json_ai_describe})
+                       json_block_sections_describe, json_audio_describe, json_record_describe,
+                       json_ntp_describe, json_ethernet_describe, json_venc_describe,
+                       json_stream_out_describe, json_full_ndi_describe, json_ai_describe})
         d(keys);
     // A key named by a read table and a write table is one key of the API.
     KeyList merged;
@@ -64,7 +64,8 @@ cJSON* key_json(const KeyInfo& k) {
     cJSON_AddStringToObject(o, "type", text_of(type_name(k.type)).c_str());
     if (!k.words.empty()) {
         cJSON* words = cJSON_AddArrayToObject(o, "words");
-        for (const WordCode& w : k.words) cJSON_AddItemToArray(words, cJSON_CreateString(text_of(w.word).c_str()));
+        for (const WordCode& w : k.words)
+            cJSON_AddItemToArray(words, cJSON_CreateString(text_of(w.word).c_str()));
     }
     if (k.max > k.min) {
         cJSON_AddNumberToObject(o, "min", static_cast<double>(k.min));
@@ -102,7 +103,8 @@ std::string values_of(const KeyInfo& k) {
     for (const WordCode& w : k.words) v += (v.empty() ? "\"" : ", \"") + std::string(w.word) + "\"";
     if (k.max > k.min) v += std::to_string(k.min) + " to " + std::to_string(k.max);
     if (k.length != 0) v += "up to " + std::to_string(k.length - 1) + " bytes";
-    if (k.count != 0) v += (v.empty() ? "" : "; ") + std::string("indexed 0 to ") + std::to_string(k.count - 1);
+    if (k.count != 0)
+        v += (v.empty() ? "" : "; ") + std::string("indexed 0 to ") + std::to_string(k.count - 1);
     return v;
 }
 
@@ -116,17 +118,22 @@ int write_markdown() {
         "section takes an object naming keys (`true` to read one, a value to write one). The same\n"
         "document as JSON is installed with the pages as `api.json`.\n");
     for (const SectionInfo& s : json_sections_describe()) {
-        std::printf("\n## \"%s\"\n\n%s\n\n", text_of(s.name).c_str(), text_of(section_description(s.name)).c_str());
-        std::printf("GET: %s. SET: %s.\n\n", s.get ? (s.get_true ? "`true` or an object" : "an object") : "no",
+        std::printf("\n## \"%s\"\n\n%s\n\n", text_of(s.name).c_str(),
+                    text_of(section_description(s.name)).c_str());
+        std::printf("GET: %s. SET: %s.\n\n",
+                    s.get ? (s.get_true ? "`true` or an object" : "an object") : "no",
                     s.set ? "an object" : "no");
         bool any = false;
         for (const KeyInfo& k : keys) {
             if (k.section != s.name) continue;
-            if (!any) std::printf("| Key | Read | Write | Type | Values | Description |\n|---|---|---|---|---|---|\n");
+            if (!any)
+                std::printf(
+                    "| Key | Read | Write | Type | Values | Description |\n|---|---|---|---|---|---|\n");
             any = true;
-            const std::string key = k.path.empty() ? text_of(k.key) : text_of(k.path) + " / " + text_of(k.key);
-            std::printf("| \"%s\" | %s | %s | %s | %s | %s |\n", key.c_str(), k.read ? "yes" : "", k.write ? "yes" : "",
-                        text_of(type_name(k.type)).c_str(), values_of(k).c_str(),
+            const std::string key =
+                k.path.empty() ? text_of(k.key) : text_of(k.path) + " / " + text_of(k.key);
+            std::printf("| \"%s\" | %s | %s | %s | %s | %s |\n", key.c_str(), k.read ? "yes" : "",
+                        k.write ? "yes" : "", text_of(type_name(k.type)).c_str(), values_of(k).c_str(),
                         text_of(key_description(k.section, k.key)).c_str());
         }
     }
@@ -143,15 +150,17 @@ int stale_texts() {
     for (const Description& d : kSectionTexts) {
         bool found = false;
         for (const SectionInfo& s : sections) found = found || s.name == d.section;
-        if (!found) std::fprintf(stderr, "api_describe: no section \"%.*s\"\n", int(d.section.size()), d.section.data());
+        if (!found)
+            std::fprintf(stderr, "api_describe: no section \"%.*s\"\n", int(d.section.size()),
+                         d.section.data());
         stale += found ? 0 : 1;
     }
     for (const Description& d : kKeyTexts) {
         bool found = false;
         for (const KeyInfo& k : keys) found = found || (k.section == d.section && k.key == d.key);
         if (!found)
-            std::fprintf(stderr, "api_describe: no key \"%.*s\" in \"%.*s\"\n", int(d.key.size()), d.key.data(),
-                         int(d.section.size()), d.section.data());
+            std::fprintf(stderr, "api_describe: no key \"%.*s\" in \"%.*s\"\n", int(d.key.size()),
+                         d.key.data(), int(d.section.size()), d.section.data());
         stale += found ? 0 : 1;
     }
     return stale;

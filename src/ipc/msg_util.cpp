@@ -118,10 +118,6 @@ void Msg_Timer_Off() {
     g_fires_at = 0;
 }
 
-namespace {
-
-}  // namespace
-
 int Msg_Rcv_Until(int qid, long type, void* msg, int size, int timeout_ms) {
     if (msg == nullptr || size < kTypeWord) {
         errno = EINVAL;

@@ -142,13 +142,15 @@ std::vector<SectionInfo> json_sections_describe() {
         return out.emplace_back(SectionInfo{.name = name});
     };
     for (const JsonSection& s : kGetSections) {
-        if (s.handler == nullptr || s.handler == json_section_pending || s.handler == json_section_refused) continue;
+        if (s.handler == nullptr || s.handler == json_section_pending || s.handler == json_section_refused)
+            continue;
         SectionInfo& e = entry(s.name);
         e.get = true;
         e.get_true = s.value == SectionValue::any;
     }
     for (const JsonSection& s : kSetSections) {
-        if (s.handler == nullptr || s.handler == json_section_pending || s.handler == json_section_refused) continue;
+        if (s.handler == nullptr || s.handler == json_section_pending || s.handler == json_section_refused)
+            continue;
         entry(s.name).set = true;
     }
     return out;

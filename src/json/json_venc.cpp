@@ -475,9 +475,12 @@ void json_venc_describe(KeyList& out) {
     for (const Stream& s : kStreams)
         for (const Member& m : kMembers) {
             KeyInfo k{.section = "venc", .path = s.name, .key = m.name, .words = m.words};
-            if (!m.words.empty()) k.type = KeyType::word;
-            else if (m.own != nullptr) k.type = KeyType::text;
-            else k.max = m.max;
+            if (!m.words.empty())
+                k.type = KeyType::word;
+            else if (m.own != nullptr)
+                k.type = KeyType::text;
+            else
+                k.max = m.max;
             out.push_back(k);
         }
 }

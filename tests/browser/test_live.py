@@ -70,18 +70,24 @@ class Journal:
                                and PT_STOP.fullmatch(last_drive(lines)), "a move, then the stop")
 
 
+def browser():
+    """Debian's Chromium, headless, with a profile of its own."""
+    options = webdriver.ChromeOptions()
+    options.binary_location = "/usr/bin/chromium"
+    for flag in ("--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+                 "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                 "--window-size=1280,860", f"--user-data-dir={tempfile.mkdtemp()}"):
+        options.add_argument(flag)
+    driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    driver.implicitly_wait(0)
+    os.makedirs(SHOTS, exist_ok=True)
+    return driver
+
+
 class LiveView(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        options = webdriver.ChromeOptions()
-        options.binary_location = "/usr/bin/chromium"
-        for flag in ("--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-                     "--disable-background-networking", "--disable-component-update", "--disable-sync",
-                     "--window-size=1280,860", f"--user-data-dir={tempfile.mkdtemp()}"):
-            options.add_argument(flag)
-        cls.driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-        cls.driver.implicitly_wait(0)
-        os.makedirs(SHOTS, exist_ok=True)
+        cls.driver = browser()
         cls.visca = Journal("visca.log")
 
     @classmethod

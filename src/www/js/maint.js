@@ -6,8 +6,11 @@ import * as api from './api.js';
 
 const two = (n) => String(n).padStart(2, '0');
 
-function card(ui, title, ...children) {
-  return ui.el('section', { className: 'card' }, ui.el('h3', { textContent: title }), ...children);
+// A card of the system page; `handles` names the keys it serves, as paths.
+function card(ui, title, handles, ...children) {
+  const section = ui.el('section', { className: 'card' }, ui.el('h3', { textContent: title }), ...children);
+  section.dataset.handles = handles;
+  return section;
 }
 const button = (ui, text, onclick, className = '') => ui.el('button', { type: 'button', textContent: text, onclick, className });
 
@@ -42,7 +45,7 @@ function clock(ui) {
     await read();
   });
   read().catch(ui.show);
-  return card(ui, 'Date and time', ui.el('p', {}, 'The camera: ', now),
+  return card(ui, 'Date and time', 'system.date system.time', ui.el('p', {}, 'The camera: ', now),
     ui.el('div', { className: 'actions' }, button(ui, "Take the browser's clock", take), status));
 }
 
@@ -68,7 +71,7 @@ function login(ui) {
       await api.login(user.value, pass.value);  // the key follows the login
     });
   });
-  return card(ui, 'Login', form);
+  return card(ui, 'Login', 'system.login', form);
 }
 
 // ---- power schedule ----------------------------------------------------------------------------
@@ -105,7 +108,7 @@ function schedule(ui) {
   });
   read().catch(ui.show);
   const head = ui.el('tr', {}, ui.el('th', { textContent: 'task' }), ...TASK_FIELDS.map((f) => ui.el('th', { textContent: f })));
-  return card(ui, 'Power schedule', ui.el('div', { className: 'scroll' }, ui.el('table', {}, ui.el('thead', {}, head), body)),
+  return card(ui, 'Power schedule', 'system.power_ctrl', ui.el('div', { className: 'scroll' }, ui.el('table', {}, ui.el('thead', {}, head), body)),
     ui.el('div', { className: 'actions' }, button(ui, 'Save the schedule', save), status));
 }
 
@@ -137,7 +140,7 @@ function sdCard(ui) {
     await act(ui, status, 'Formatting', async () => { await api.write({ system: { sd: { format: format.value } } }); await read(); });
   };
   read().catch(ui.show);
-  return card(ui, 'SD card', state, list, ui.el('div', { className: 'actions' },
+  return card(ui, 'SD card', 'system.sd', state, list, ui.el('div', { className: 'actions' },
     button(ui, 'Delete the chosen recordings', remove), format, button(ui, 'Format', wipe), status));
 }
 
@@ -148,7 +151,7 @@ function downloads(ui) {
   const status = ui.el('span', { className: 'status', role: 'status' });
   const offer = (urls) => links.append(...[].concat(urls).map((href) => ui.el('li', {}, ui.el('a', { href, textContent: href.replace(/^.*\//, ''), download: '' }))));
   const get = (what, request, pick) => act(ui, status, what, async () => offer(pick((await api.read(request)).system)));
-  return card(ui, 'Logs and parameters', links, ui.el('div', { className: 'actions' },
+  return card(ui, 'Logs and parameters', 'system.log system.params', links, ui.el('div', { className: 'actions' },
     button(ui, 'Kernel log', () => get('Kernel log', { system: { log: 'kernel' } }, (s) => s.log)),
     button(ui, 'Application logs', () => get('Application logs', { system: { log: 'app' } }, (s) => s.log)),
     button(ui, 'Export the parameters', () => get('Export', { system: { params: true } }, (s) => s.params)),
@@ -160,7 +163,7 @@ function features(ui) {
   api.read({ system: { support: true } }).then(({ system }) => {
     list.append(...Object.entries(system.support).flatMap(([k, v]) => [ui.el('dt', { textContent: k }), ui.el('dd', { textContent: v ? 'yes' : 'no' })]));
   }).catch(ui.show);
-  return card(ui, 'Features', list);
+  return card(ui, 'Features', 'system.support', list);
 }
 
 const ACTIONS = [
@@ -170,6 +173,7 @@ const ACTIONS = [
   ['factory_reset', 'Factory reset', 'Put every setting back as it left the factory? The network settings too.'],
   ['default_save', 'Save as defaults', 'Keep the present settings as the defaults?'],
   ['default_clear', 'Clear the saved defaults', 'Forget the saved defaults?'],
+  ['network_test', 'Test the network', 'Run the network test?'],
 ];
 
 function actions(ui) {
@@ -177,7 +181,7 @@ function actions(ui) {
   const run = async (action, text, question) => {
     if (await ui.confirmed(question)) act(ui, status, text, () => api.write({ system: { system_control: action } }));
   };
-  return card(ui, 'Maintenance', ui.el('div', { className: 'actions' },
+  return card(ui, 'Maintenance', 'system.system_control', ui.el('div', { className: 'actions' },
     ...ACTIONS.map(([action, text, question]) => button(ui, text, () => run(action, text, question), action === 'factory_reset' ? 'danger' : '')),
     status));
 }
@@ -221,6 +225,6 @@ export function firmware(main, ui) {
     go.disabled = job.running;
   };
   redraw();
-  main.append(card(ui, 'Firmware update', ui.el('p', { className: 'dim', textContent: 'Choose the image file, then Update. Leave this page open until it is done; other pages of the settings may be used meanwhile.' }),
+  main.append(card(ui, 'Firmware update', 'system.post_update', ui.el('p', { className: 'dim', textContent: 'Choose the image file, then Update. Leave this page open until it is done; other pages of the settings may be used meanwhile.' }),
     ui.el('div', { className: 'actions' }, file, go), bar, said));
 }

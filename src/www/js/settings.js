@@ -14,11 +14,14 @@ export const el = (tag, props = {}, ...children) => {
   return e;
 };
 
-// Keys the forms leave to other views: the drives belong to the live view,
-// the system section's actions and special flows to their own views.
+// Keys the forms leave to other views: the drives and presets belong to the
+// live view, the system section's actions and special flows to the views of
+// the system page, which name the keys they handle (data-handles). The
+// firmware companion ("update") serves other update tools, not the pages.
 const LEAVE = {
-  image: ['zoom', 'focus', 'pan', 'tilt'],
-  system: ['login', 'power_ctrl', 'sd', 'log', 'params', 'update', 'date', 'time', 'image', 'language', 'support'],
+  image: ['zoom', 'focus', 'pan', 'tilt', 'ptz', 'abs ctrl', 'preset'],
+  system: ['login', 'power_ctrl', 'sd', 'log', 'params', 'update', 'date', 'time', 'image', 'support',
+    'system_control', 'post_update'],
 };
 
 const PAGES = [
@@ -31,6 +34,7 @@ const PAGES = [
   { id: 'gb28181', title: 'GB28181', sections: ['gb28181'] },
   { id: 'freed', title: 'FreeD', sections: ['FreeD'] },
   { id: 'ntp', title: 'NTP', sections: ['NTP'] },
+  { id: 'tracking', title: 'Tracking', sections: ['ai'] },
   { id: 'system', title: 'System', sections: ['system'], view: maint.system },
   { id: 'firmware', title: 'Firmware', view: maint.firmware },
 ];
@@ -63,7 +67,7 @@ function control(key, id) {
     return el('select', { id }, ...key.words.map((w) => el('option', { value: w, textContent: w })));
   }
   if (key.type === 'number') {
-    const input = el('input', { id, type: 'number', step: 1, required: true });
+    const input = el('input', { id, type: 'number', step: 1 });
     if ('min' in key) Object.assign(input, { min: key.min, max: key.max });
     return input;
   }
@@ -74,16 +78,17 @@ function control(key, id) {
   return input;
 }
 
-// The control shows a value; `orig` keeps it to tell what changed.
+// The control shows a value; `orig` keeps it to tell what changed. A key
+// the camera answered `false` for stays empty (and writable).
 function put(c, value) {
   const text = value === false ? '' : typeof value === 'object' || c.tagName === 'TEXTAREA' ? json(value) : String(value);
+  c.placeholder = value === false ? 'not read' : '';
   if (c.tagName === 'OUTPUT') c.value = typeof value === 'object' ? json(value) : String(value);
   else if (c.tagName === 'SELECT' && ![...c.options].some((o) => o.value === text)) {
     c.append(el('option', { value: text, textContent: text }));
   }
   if (c.tagName !== 'OUTPUT') c.value = text;
   c.dataset.orig = c.value;
-  c.disabled = value === false;  // the camera could not serve it
 }
 
 function taken(c, key) {
@@ -98,8 +103,8 @@ const label = (name) => name.replace(/_/g, ' ');
 
 function sectionForm(section) {
   const leave = new Set(LEAVE[section.name] || []);
-  const keys = section.keys.filter((k) => k.read && !leave.has(k.key));
-  const form = el('form', { className: 'section', noValidate: false });
+  const keys = section.keys.filter((k) => !leave.has(k.key));
+  const form = el('form', { className: 'section', noValidate: true });  // only the changed controls are checked
   form.dataset.section = section.name;
   const groups = new Map();
   for (const key of keys) {
@@ -110,6 +115,7 @@ function sectionForm(section) {
     }
     const id = `f-${section.name}-${path}-${key.key}`.replace(/\W+/g, '-');
     const c = control(key, id);
+    if (!key.read) Object.assign(c.dataset, { orig: '' }, { writeOnly: '' });  // sent only when filled in
     c.dataset.path = [section.name, path, key.key].filter(Boolean).join('.');
     c.key = key;
     groups.get(path).append(el('div', { className: 'field', title: key.text || '' },
@@ -125,13 +131,14 @@ function sectionForm(section) {
 }
 
 const controls = (form) => [...form.querySelectorAll('[data-path]')];
+const readable = (form) => controls(form).filter((c) => c.key.read);
 
 // What a read asks: the whole section where it takes `true`, else its
 // objects or keys by name.
 function readRequest(form, section) {
   if (section.whole) return { [section.name]: true };
   const ask = {};
-  for (const c of controls(form)) {
+  for (const c of readable(form)) {
     const key = c.key;
     if (key.path) ask[key.path] = true;
     else ask[key.key] = true;
@@ -141,10 +148,11 @@ function readRequest(form, section) {
 
 async function load(form) {
   const section = form.section;
+  if (!readable(form).length) return;  // a section that is only written
   try {
     const answer = await api.read(readRequest(form, section));
     const values = answer[section.name] || {};
-    for (const c of controls(form)) {
+    for (const c of readable(form)) {
       const holder = c.key.path ? values[c.key.path] || {} : values;
       if (c.key.key in holder) put(c, holder[c.key.key]);
       else if (c.dataset.orig === undefined) put(c, false);  // not served by this camera
@@ -156,10 +164,13 @@ async function load(form) {
   }
 }
 
-function mark(form, refused) {
+// Marks the controls the answer refused: a refused object (the network's
+// "eth0" answers false whole) marks the changed controls inside it.
+function mark(form, refused, changed = []) {
   for (const c of controls(form)) {
     const field = c.closest('.field');
-    const bad = refused.includes(c.dataset.path);
+    const path = c.dataset.path;
+    const bad = refused.includes(path) || (changed.includes(path) && refused.some((r) => path.startsWith(`${r}.`)));
     field.classList.toggle('refused', bad);
     field.querySelector('.why').textContent = bad ? 'The camera refused this value' : '';
   }
@@ -170,11 +181,13 @@ async function apply(form, section) {
   const status = form.querySelector('.status');
   const request = {};
   const wrong = [];
+  const changed = [];
   for (const c of controls(form)) {
     if (c.tagName === 'OUTPUT' || c.value === c.dataset.orig) continue;
+    changed.push(c.dataset.path);
     let value;
     try {
-      if (!c.checkValidity()) throw new Error();
+      if (!c.checkValidity() || (c.type === 'number' && c.value === '')) throw new Error();
       value = taken(c, c.key);
     } catch {
       wrong.push(c.dataset.path);
@@ -191,10 +204,11 @@ async function apply(form, section) {
   try {
     await api.write({ [section.name]: request });
     status.textContent = 'Applied';
-    if (section.after) return section.after(request);
+    for (const c of controls(form)) if ('writeOnly' in c.dataset) c.value = '';
+    if (section.after && section.after(request)) return;  // the page is leaving
   } catch (e) {
     status.textContent = '';
-    mark(form, e.members || []);
+    mark(form, e.members || [], changed);
     show(e);
   }
   await load(form);
@@ -215,6 +229,7 @@ const NETWORK = {
   after: (request) => {
     const target = followAddress(request);
     if (target) setTimeout(() => location.assign(target), 1500);
+    return target !== null;
   },
 };
 
@@ -227,6 +242,8 @@ async function showPage() {
   for (const a of $('pages').children) a.setAttribute('aria-current', a.hash === `#${page.id}` ? 'page' : 'false');
   const main = $('page');
   main.replaceChildren(el('h2', { textContent: page.title }));
+  main.ariaBusy = 'true';  // until every section has been read
+  const reads = [];
   for (const name of page.sections || []) {
     const section = description.sections.find((s) => s.name === name);
     if (!section) continue;
@@ -235,9 +252,11 @@ async function showPage() {
     form.section = section;
     main.append(el('section', { className: 'card' },
       el('h3', { textContent: section.name }), section.text ? el('p', { className: 'dim', textContent: section.text }) : null, form));
-    load(form);
+    reads.push(load(form));
   }
   if (page.view) page.view(main, { description, show, clearMessage, confirmed, el });
+  await Promise.all(reads);
+  if (main.firstChild.textContent === page.title) main.ariaBusy = 'false';
 }
 
 function showLogin() {
@@ -251,7 +270,11 @@ async function start() {
   $('page').hidden = false;
   $('logout').hidden = false;
   try {
-    description ||= await api.describe();
+    if (!description) {
+      description = await api.describe();
+      // A section the camera does not read has no key to read.
+      for (const s of description.sections) if (!s.get) s.keys.forEach((k) => { k.read = false; });
+    }
     const who = await api.identity();
     $('address').textContent = `${who.name} · ${who.address}`;
   } catch (e) {
