@@ -28,12 +28,12 @@ ELSEWHERE = {"image.zoom", "image.focus", "image.ptz", "image.abs ctrl", "image.
 # page, control, new value, journal, the line the change must add there
 CHANGES = [
     ("image", "image.brightness", "9", "visca.log", "81 01 04 a4 00 00 00 09 ff"),
-    ("encoder", "venc.main.bitrate", "8192", "syscmd.log", r"35 00 00 00 00 01 .* 00 20 00 00 .*"),
+    ("encoder", "venc.main.bitrate", "8192", "syscmd.log", r"35 00 00 00 00 .* 00 20 00 00 .*"),
     ("streams", "rtmp.main.url", "rtmp://10.0.0.1/x", "syscmd.log", "37 72 74 6d 70 3a 2f 2f 31 30 2e 30 2e 30 2e 31 2f 78"),
     ("network", "ethernet.eth0.viscaPort", "52382", "syscmd.log", "11 9e cc"),
     ("audio", "audio.volume", "33", "syscmd.log", "58 21 00 00 00"),
-    ("record", "record.loopRec", "1", "syscmd.log", r"32 00 00 05 00 01 .*"),
-    ("gb28181", "gb28181.sip port", "5061", "syscmd.log", r"30 00 00 00 00 c5 13 .*"),
+    ("record", "record.loopRec", "1", "syscmd.log", r"32( ..){4} 01( ..)*"),
+    ("gb28181", "gb28181.sip port", "5061", "syscmd.log", r"30( ..){4} c5 13( ..)*"),
     ("tracking", "ai.zoomLock", "1", "visca.log", "81 01 04 d6 00 01 ff"),
     ("system", "system.TZ", "CST-8", "syscmd.log", "69 43 53 54 2d 38"),
 ]
