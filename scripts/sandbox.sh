@@ -171,8 +171,11 @@ inside() {
   cd / || exit 1
 
   # A fresh camera starts with every fault switch off, whatever an earlier
-  # run left behind.
-  rm -f "$run/camsim.ctl" "$run/syssim.ctl"
+  # run left behind. The files are there from the start (empty), so that
+  # the simulators can watch them instead of looking for them at every
+  # packet.
+  : >"$run/camsim.ctl"
+  : >"$run/syssim.ctl"
 
   local name bin
   for name in "${SIMULATORS[@]}"; do

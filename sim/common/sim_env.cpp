@@ -8,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <sys/shm.h>
@@ -112,9 +113,15 @@ std::vector<std::string> parse_switches(const std::string& path) {
     return out;
 }
 
-// What a control file looked like when it was last read.
+// What a control file looked like when it was last read. While the file
+// exists it is watched: the kernel queues the watch's events within the
+// writer's own system call, so a change made before a request is always
+// seen when the request comes, and a file that did not change costs one
+// empty read of the watch instead of a look-up of its path.
 struct SwitchCache {
     std::string name;
+    int watch = -1;        // the inotify descriptor, once made
+    bool watching = false;  // the file exists and changes are reported
     bool present = false;
     ino_t ino = 0;
     off_t size = 0;
@@ -139,7 +146,7 @@ bool changed_lately(const timespec& changed) {
 
 }  // namespace
 
-// One stat per call: the file is read again only when it changed.
+// The file is read again only when it changed.
 const std::vector<std::string>& read_switches(std::string_view ctl_name) {
     thread_local std::vector<SwitchCache> caches;
     SwitchCache* c = nullptr;
@@ -149,14 +156,34 @@ const std::vector<std::string>& read_switches(std::string_view ctl_name) {
         c = &caches.emplace_back();
         c->name = ctl_name;
     }
+    bool changed = false;
+    if (c->watching) {
+        alignas(inotify_event) char events[4096];
+        for (ssize_t n; (n = ::read(c->watch, events, sizeof events)) > 0;) {
+            changed = true;
+            for (ssize_t at = 0; at < n;) {
+                const auto* e = reinterpret_cast<const inotify_event*>(events + at);
+                if ((e->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_Q_OVERFLOW)) != 0) c->watching = false;
+                at += static_cast<ssize_t>(sizeof(inotify_event) + e->len);
+            }
+        }
+        if (!changed) return c->switches;
+    }
     const std::string path = run_path(ctl_name);
+    // The watch comes first, so that no change after the look below is missed.
+    if (!c->watching) {
+        if (c->watch < 0) c->watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        c->watching = c->watch >= 0 && ::inotify_add_watch(c->watch, path.c_str(),
+                                                           IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE |
+                                                               IN_DELETE_SELF | IN_MOVE_SELF) >= 0;
+    }
     struct stat st {};
     if (::stat(path.c_str(), &st) != 0) {
         c->present = false;
         c->switches.clear();
         return c->switches;
     }
-    if (!c->present || st.st_ino != c->ino || st.st_size != c->size || !same_time(st.st_ctim, c->changed) ||
+    if (changed || !c->present || st.st_ino != c->ino || st.st_size != c->size || !same_time(st.st_ctim, c->changed) ||
         changed_lately(st.st_ctim)) {
         c->present = true;
         c->ino = st.st_ino;
