@@ -861,9 +861,9 @@ void serve(Camera& cam, int qid) {
             continue;
         }
         const size_t len = static_cast<size_t>(std::clamp<int32_t>(msg.length, 0, sizeof msg.packet));
-        journal.line(sim::hex_bytes(msg.packet, len));
-
         const auto& sw = sim::read_switches("camsim.ctl");
+        if (!sim::has_switch(sw, "unjournalled")) journal.line(sim::hex_bytes(msg.packet, len));
+
         if (sim::has_switch(sw, "silent")) continue;
         const Bytes reply = msg.length > kViscaMax ? syntax_error() : answer(cam, rules, msg.packet, len);
         if (msg.src <= 0) continue;
