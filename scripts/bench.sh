@@ -32,6 +32,9 @@ done
 # pays the wake-up of a halted one, tens of microseconds each time; on one
 # CPU it is a plain context switch, as on the camera's own processor.
 export CAMERA_CPUS=${CAMERA_CPUS:-0}
+# A binary just built is dirty in the page cache until it is written back,
+# and its mapped pages would count as the process's own dirty memory.
+sync "$BUILD/web" "$BUILD/bench_floor"
 camera_fresh
 camera_start 20 || camera_finish 1
 # The floor's socket is made for the web servers' account, and it runs with

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <string_view>
 
+#include <cjson/cJSON.h>
+
 #include "camera/image_ctrl.h"
 #include "front/device.h"
 #include "cgi/output.h"
@@ -272,21 +274,42 @@ int system_deinit() {
     return 0;
 }
 
+namespace {
+
+// The bytes the JSON documents of this request took. A request that took
+// many (a whole section read or written) gives its pages back to the system
+// when it ends, so the process at rest holds only its own; a small one
+// leaves them for the next, which would only fault them in again.
+size_t g_json_bytes = 0;
+constexpr size_t kGiveBackAbove = 16 * 1024;
+
+void* json_malloc(size_t size) {
+    g_json_bytes += size;
+    return std::malloc(size);
+}
+
+void request_end() {
+    out_finish();
+    if (g_json_bytes > kGiveBackAbove) malloc_trim(0);
+    g_json_bytes = 0;
+}
+
+}  // namespace
+
 int web_main() {
     if (system_init() != 0) {
         pox_system("echo FASTCGI:system init failed > /dev/stderr");
         return -1;
     }
+    cJSON_Hooks hooks{json_malloc, std::free};
+    cJSON_InitHooks(&hooks);
     while (g_terminate == 0 && out_accept() >= 0) {
         g_in_request = 1;
         image_ctrl_request_begin();
         web_handle_request();
         Msg_Timer_Off();
         g_in_request = 0;
-        // What the request allocated goes back to the system between
-        // requests, so the process at rest holds only its own pages.
-        out_finish();
-        malloc_trim(0);
+        request_end();
     }
     system_deinit();
     return 0;
