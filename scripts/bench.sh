@@ -8,7 +8,7 @@
 # goes to the terminal and, with the date, commit, machine and load, to
 # bench/RESULTS.md.
 # Usage: scripts/bench.sh BUILD_DIR [seconds per measurement, default 5]
-# ROUNDS=N interleaved rounds (default 7); CAMERA_CPUS, WRK_CPUS pin the sides.
+# ROUNDS=N interleaved rounds of ROUND_SECONDS each (default 15 of 2 s); CAMERA_CPUS, WRK_CPUS pin the sides.
 # State: <repo>/run/bench (removed first). Stops everything it started.
 set -uo pipefail
 {
@@ -64,7 +64,10 @@ FLOOR_PORT=$SERVER_PORT
 taskset -apc "$CAMERA_CPUS" "${EXTRA_PIDS[-1]}" >/dev/null
 WRK_CPUS=${WRK_CPUS:-$([ "$(nproc)" -gt 1 ] && echo 1 || echo 0)}
 wait_until 5 test -S "$CAMERA_RUN_DIR/floor.sock"
-ROUNDS=${ROUNDS:-7}
+# Many short rounds pair the two sides closely in time, so a drift of the
+# machine's speed falls on both.
+ROUNDS=${ROUNDS:-15}
+ROUND_SECONDS=${ROUND_SECONDS:-2}
 # The camera stand-in keeps no journal while the figures are taken: its file
 # write for every packet is the stand-in's own cost, not the responder's.
 # The exchanges of a full read are counted from the journal at the end.
@@ -121,7 +124,7 @@ memory="| Responder | Private_Dirty kB after 10,000 requests |
 measure() {
   local out rps p50 p99 n before after
   before=$(cpu_ticks "$4")
-  out=$(taskset -c "$WRK_CPUS" wrk -t1 -c"$3" -d"${SECONDS_EACH}s" --latency "http://127.0.0.1:$1$2" 2>&1)
+  out=$(taskset -c "$WRK_CPUS" wrk -t1 -c"$3" -d"${MEASURE_SECONDS:-$SECONDS_EACH}s" --latency "http://127.0.0.1:$1$2" 2>&1)
   after=$(cpu_ticks "$4")
   rps=$(awk '/^Requests\/sec/ {print $2}' <<<"$out")
   p50=$(awk '$1 == "50%" {print $2}' <<<"$out")
@@ -148,24 +151,24 @@ load_before=$(cut -d' ' -f1-3 /proc/loadavg)
 endpoint_table="| Clients | Ratios min / median / max | Product req/s median | Floor req/s median | Product µs CPU/request | Floor µs CPU/request |
 |---|---|---|---|---|---|"
 for clients in 1 10; do
-  ratios=() prps=() frps=() pcpu=() fcpu=() pmed=()
+  ratios=() prps=() frps=() pcpu=() fcpu=()
   for ((r = 0; r < ROUNDS; r++)); do
     if ((r % 2 == 0)); then
-      read -r pr pm _ pc <<<"$(measure "$PRODUCT_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$wpid")"
-      read -r fr _ _ fc <<<"$(measure "$FLOOR_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$fpid")"
+      read -r pr _ _ pc <<<"$(MEASURE_SECONDS=$ROUND_SECONDS measure "$PRODUCT_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$wpid")"
+      read -r fr _ _ fc <<<"$(MEASURE_SECONDS=$ROUND_SECONDS measure "$FLOOR_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$fpid")"
     else
-      read -r fr _ _ fc <<<"$(measure "$FLOOR_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$fpid")"
-      read -r pr pm _ pc <<<"$(measure "$PRODUCT_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$wpid")"
+      read -r fr _ _ fc <<<"$(MEASURE_SECONDS=$ROUND_SECONDS measure "$FLOOR_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$fpid")"
+      read -r pr _ _ pc <<<"$(MEASURE_SECONDS=$ROUND_SECONDS measure "$PRODUCT_PORT" /cgi-bin/web.fcgi?nonsense "$clients" "$wpid")"
     fi
     ratios+=("$(awk -v a="$pr" -v b="$fr" 'BEGIN {printf "%.3f", (b > 0 ? a / b : 0)}')")
-    prps+=("$pr") frps+=("$fr") pcpu+=("$pc") fcpu+=("$fc") pmed+=("$pm")
+    prps+=("$pr") frps+=("$fr") pcpu+=("$pc") fcpu+=("$fc")
   done
   read -r rmin rmed rmax <<<"$(stats "${ratios[@]}")"
   read -r _ pm_rps _ <<<"$(stats "${prps[@]}")"
   read -r _ fm_rps _ <<<"$(stats "${frps[@]}")"
   read -r _ pc_med _ <<<"$(stats "${pcpu[@]}")"
   read -r _ fc_med _ <<<"$(stats "${fcpu[@]}")"
-  [ "$clients" = 1 ] && { read -r _ ENDPOINT_MS _ <<<"$(stats "${pmed[@]}")"; FLOOR_CPU=$fc_med; }
+  [ "$clients" = 1 ] && FLOOR_CPU=$fc_med
   endpoint_table+=$'\n'"| $clients | $rmin / $rmed / $rmax | ${pm_rps%.*} | ${fm_rps%.*} | $pc_med | $fc_med |"
 done
 
@@ -176,23 +179,38 @@ for entry in "${CLASSES[@]:1}"; do
   path=${entry#*|}
   for clients in 1 10; do
     read -r p1 m1 q1 c1 <<<"$(measure "$PRODUCT_PORT" "$path" "$clients" "$wpid")"
-    [ "$name" = "full image read" ] && [ "$clients" = 1 ] && FULL_MS=$m1
     table+=$'\n'"| $name | $clients | ${p1%.*} | $m1 | $q1 | $c1 |"
   done
 done
 load_after=$(cut -d' ' -f1-3 /proc/loadavg)
 
-# The camera channel's physical limit in the same run and on the same CPU,
-# and the exchanges one full read makes (the camera's journal counts them).
-RTT=$(taskset -c "$CAMERA_CPUS" "$BUILD/ipc_limit" 20000)
+# The exchanges one full read makes (the camera's journal counts them), then
+# the camera channel's physical limit in the same run and on the same CPU,
+# in rounds with the full read and the pure endpoint: each round's camera
+# part (the full read's median less the pure endpoint's, one client) over
+# the exchanges at the round's limit.
 : >"$CAMERA_RUN_DIR/camsim.ctl"
 journal=$CAMERA_RUN_DIR/visca.log
 lines_before=$(wc -l <"$journal")
 curl -s -o /dev/null "http://127.0.0.1:$PRODUCT_PORT$(enc "/cgi-bin/web.fcgi?func=get$FULL_IMAGE")"
 EXCHANGES=$(($(wc -l <"$journal") - lines_before))
-limit="The camera channel's limit, a bare message ping-pong between two processes on CPU $CAMERA_CPUS: $RTT µs a round trip.
+printf 'unjournalled\n' >"$CAMERA_RUN_DIR/camsim.ctl"
+full_path=$(enc "/cgi-bin/web.fcgi?func=get$FULL_IMAGE")
+rtts=() parts=() limits=()
+for ((r = 0; r < ${LIMIT_ROUNDS:-5}; r++)); do
+  read -r _ fm _ _ <<<"$(MEASURE_SECONDS=$ROUND_SECONDS measure "$PRODUCT_PORT" "$full_path" 1 "$wpid")"
+  read -r _ em _ _ <<<"$(MEASURE_SECONDS=$ROUND_SECONDS measure "$PRODUCT_PORT" /cgi-bin/web.fcgi?nonsense 1 "$wpid")"
+  rtt=$(taskset -c "$CAMERA_CPUS" "$BUILD/ipc_limit" 10000)
+  rtts+=("$rtt") parts+=("$(awk -v f="$fm" -v e="$em" 'BEGIN {printf "%.3f", f - e}')")
+  limits+=("$(awk -v f="$fm" -v e="$em" -v n="$EXCHANGES" -v r="$rtt" 'BEGIN {printf "%.3f", (n * r > 0 ? (f - e) * 1000 / (n * r) : 0)}')")
+done
+: >"$CAMERA_RUN_DIR/camsim.ctl"
+read -r _ RTT _ <<<"$(stats "${rtts[@]}")"
+read -r _ part _ <<<"$(stats "${parts[@]}")"
+read -r lmin lmed lmax <<<"$(stats "${limits[@]}")"
+limit="The camera channel's limit, a bare message ping-pong between two processes on CPU $CAMERA_CPUS: $RTT µs a round trip (median of ${#rtts[@]} rounds).
 A full image read (${#IMAGE_KEYS[@]} keys) makes $EXCHANGES camera exchanges: at least $(awk -v n="$EXCHANGES" -v r="$RTT" 'BEGIN {printf "%.3f", n * r / 1000}') ms.
-Its camera part (the full read's median less the pure endpoint's, one client) took $(awk -v f="$FULL_MS" -v e="$ENDPOINT_MS" 'BEGIN {printf "%.3f", f - e}') ms: $(awk -v f="$FULL_MS" -v e="$ENDPOINT_MS" -v n="$EXCHANGES" -v r="$RTT" 'BEGIN {printf "%.2f", (n * r > 0 ? (f - e) * 1000 / (n * r) : 0)}') times the limit."
+Its camera part (the full read's median less the pure endpoint's, one client) took $part ms (median); against the limit of its own round: $lmin / $lmed / $lmax times (min / median / max)."
 
 # The full image read once more, timed alone: the camera answering at once,
 # then told to answer every inquiry 20 ms late (its time-outs must hold).
@@ -214,7 +232,7 @@ machine="$(uname -m), $(nproc) CPUs, $(awk -F': ' '/model name/ {print $2; exit}
 report="## $(date -u '+%Y-%m-%d %H:%M UTC') — commit $(git -C "$REPO" rev-parse --short HEAD 2>/dev/null || echo unknown)
 
 Machine: $machine; load $load_before before, $load_after after. wrk, one
-thread, ${SECONDS_EACH} s per measurement, on CPU $WRK_CPUS; the camera's
+thread, ${SECONDS_EACH} s per measurement (${ROUND_SECONDS} s in rounds), on CPU $WRK_CPUS; the camera's
 processes, both responders and both web servers on CPU $CAMERA_CPUS. The pure
 endpoint runs product and floor in $ROUNDS interleaved rounds; each round gives
 a ratio (product req/s over floor req/s). CPU per request is the responder's

@@ -5,6 +5,7 @@
 // Usage: api_describe json|markdown  (to standard output)
 #include <cjson/cJSON.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -12,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "camera/visca_ops.h"
 #include "describe/descriptions.h"
 #include "json/json_describe.h"
 
@@ -20,6 +22,30 @@ namespace {
 constexpr std::string_view kTypeNames[] = {"number", "text", "word", "ipv4", "mac", "object", "true", "any"};
 
 std::string_view type_name(KeyType t) { return kTypeNames[static_cast<size_t>(t)]; }
+
+// The values a camera row's encoding can carry, for an image number that has
+// a setter row named after its key ("image_<key>_set", lower case, blanks as
+// underscores). Here and not in the section, so that the rows' names never
+// reach the responder.
+void range_from_row(KeyInfo& k) {
+    std::string name = "image_";
+    for (char c : k.key)
+        name += c == ' ' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    name += "_set";
+    for (const visca::Line& l : visca::kLines) {
+        if (l.name != name) continue;
+        switch (l.enc) {
+        case visca::Enc::Nibble: k.max = 0x0F; break;
+        case visca::Enc::Mask7F: k.max = 0x7F; break;
+        case visca::Enc::Flag: k.max = 1; break;
+        case visca::Enc::Byte:
+        case visca::Enc::Nib2: k.max = 0xFF; break;
+        case visca::Enc::Nib4: k.max = 0xFFFF; break;
+        case visca::Enc::Index: k.max = static_cast<long long>(l.codes.size()) - 1; break;
+        default: break;
+        }
+    }
+}
 
 KeyList all_keys() {
     KeyList keys;
@@ -50,6 +76,8 @@ KeyList all_keys() {
         same->read = same->read || k.read;
         same->write = same->write || k.write;
     }
+    for (KeyInfo& k : merged)
+        if (k.section == "image" && k.type == KeyType::number && k.write && k.max <= k.min) range_from_row(k);
     return merged;
 }
 

@@ -5,14 +5,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <cctype>
 #include <cstdint>
 #include <cstring>
 #include <span>
 #include <string_view>
 
 #include "camera/image_ctrl.h"
-#include "camera/visca_ops.h"
 #include "ipc/sys_port.h"
 #include "json/json_feature.h"
 #include "json/json_describe.h"
@@ -374,35 +372,6 @@ int json_image_set_ctrl(cJSON* member, cJSON* reply) {
     return json_section_walk(member, reply, write_member);
 }
 
-namespace {
-
-// The values a camera row's encoding can carry, for the setter row named
-// after the key ("image_<key>_set", lower case, blanks as underscores).
-void range_from_row(KeyInfo& k) {
-    char name[64];
-    size_t n = 0;
-    for (char c : std::string_view("image_")) name[n++] = c;
-    for (char c : k.key)
-        if (n < sizeof name - 8) name[n++] = c == ' ' ? '_' : static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    for (char c : std::string_view("_set")) name[n++] = c;
-    const std::string_view wanted(name, n);
-    for (const visca::Line& l : visca::kLines) {
-        if (l.name != wanted) continue;
-        switch (l.enc) {
-        case visca::Enc::Nibble: k.max = 0x0F; break;
-        case visca::Enc::Mask7F: k.max = 0x7F; break;
-        case visca::Enc::Flag: k.max = 1; break;
-        case visca::Enc::Byte:
-        case visca::Enc::Nib2: k.max = 0xFF; break;
-        case visca::Enc::Nib4: k.max = 0xFFFF; break;
-        case visca::Enc::Index: k.max = static_cast<long long>(l.codes.size()) - 1; break;
-        default: break;
-        }
-    }
-}
-
-}  // namespace
-
 void json_image_set_describe(KeyList& out) {
     for (const WriteLine& l : kWriteLines) {
         KeyInfo k{.section = "image", .key = l.name, .read = false};
@@ -413,8 +382,8 @@ void json_image_set_describe(KeyList& out) {
         case JsonType::pair: k.type = KeyType::object; break;
         case JsonType::any: k.type = KeyType::any; break;
         }
-        if (l.apply == Apply::value) range_from_row(k);
-        if (l.apply == Apply::value && l.arg != 0) k.max = l.arg;  // the value's mask, where it has one
+        if (l.apply == Apply::value && l.arg != 0) k.max = l.arg;  // the value's mask
+        if (l.apply == Apply::feature_pos) k.max = 0xFFFFFFFF;     // two 16-bit halves
         out.push_back(k);
     }
 }

@@ -34,6 +34,8 @@ CHANGES = [
     ("audio", "audio.volume", "33", "syscmd.log", "58 21 00 00 00"),
     ("record", "record.loopRec", "1", "syscmd.log", r"32( ..){4} 01( ..)*"),
     ("gb28181", "gb28181.sip port", "5061", "syscmd.log", r"30( ..){4} c5 13( ..)*"),
+    ("freed", "FreeD.port", "40001", "syscmd.log", r"31( ..)* 41 9c( ..)*"),
+    ("ntp", "NTP.port", "124", "syscmd.log", r"70( ..)*"),
     ("tracking", "ai.zoomLock", "1", "visca.log", "81 01 04 d6 00 01 ff"),
     ("system", "system.TZ", "CST-8", "syscmd.log", "69 43 53 54 2d 38"),
 ]
