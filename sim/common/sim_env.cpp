@@ -120,7 +120,7 @@ std::vector<std::string> parse_switches(const std::string& path) {
 // empty read of the watch instead of a look-up of its path.
 struct SwitchCache {
     std::string name;
-    int watch = -1;        // the inotify descriptor, once made
+    int watch = -1;         // the inotify descriptor, once made
     bool watching = false;  // the file exists and changes are reported
     bool present = false;
     ino_t ino = 0;
@@ -163,7 +163,8 @@ const std::vector<std::string>& read_switches(std::string_view ctl_name) {
             changed = true;
             for (ssize_t at = 0; at < n;) {
                 const auto* e = reinterpret_cast<const inotify_event*>(events + at);
-                if ((e->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_Q_OVERFLOW)) != 0) c->watching = false;
+                if ((e->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_Q_OVERFLOW)) != 0)
+                    c->watching = false;
                 at += static_cast<ssize_t>(sizeof(inotify_event) + e->len);
             }
         }
@@ -183,8 +184,8 @@ const std::vector<std::string>& read_switches(std::string_view ctl_name) {
         c->switches.clear();
         return c->switches;
     }
-    if (changed || !c->present || st.st_ino != c->ino || st.st_size != c->size || !same_time(st.st_ctim, c->changed) ||
-        changed_lately(st.st_ctim)) {
+    if (changed || !c->present || st.st_ino != c->ino || st.st_size != c->size ||
+        !same_time(st.st_ctim, c->changed) || changed_lately(st.st_ctim)) {
         c->present = true;
         c->ino = st.st_ino;
         c->size = st.st_size;
