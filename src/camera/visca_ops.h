@@ -12,6 +12,7 @@
 #include <span>
 #include <string_view>
 
+#include "support/compiled.h"
 #include "support/words.h"
 
 namespace visca {
@@ -388,7 +389,7 @@ template <typename List, size_t N>
 consteval uint8_t list_index(const List (&lists)[N], const List& list) {
     if (list.empty()) return 0;
     for (size_t i = 1; i < N; ++i)
-        if (lists[i].data() == list.data() && lists[i].size() == list.size()) return static_cast<uint8_t>(i);
+        if (same_value(lists[i], list)) return static_cast<uint8_t>(i);
     list_not_registered();
     return 0;
 }

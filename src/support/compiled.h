@@ -81,15 +81,20 @@ consteval auto compile_lines() {
     return out;
 }
 
-// Two values of a column are the same handler, the same list (spans: the same
-// array) or the same number.
+// Two values of a column are the same handler, the same list (spans: the
+// same elements; compared by content, since the addresses of two arrays
+// cannot be compared while compiling under the sanitizers) or the same number.
 template <typename T>
 constexpr bool same_value(const T& a, const T& b) {
     return a == b;
 }
+constexpr bool same_value(const WordCode& a, const WordCode& b) { return a.word == b.word && a.code == b.code; }
 template <typename T>
 constexpr bool same_value(std::span<T> a, std::span<T> b) {
-    return a.data() == b.data() && a.size() == b.size();
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (!same_value(a[i], b[i])) return false;
+    return true;
 }
 
 // The distinct non-null values of one column of the lines (the handlers a
