@@ -88,7 +88,9 @@ template <typename T>
 constexpr bool same_value(const T& a, const T& b) {
     return a == b;
 }
-constexpr bool same_value(const WordCode& a, const WordCode& b) { return a.word == b.word && a.code == b.code; }
+constexpr bool same_value(const WordCode& a, const WordCode& b) {
+    return a.word == b.word && a.code == b.code;
+}
 template <typename T>
 constexpr bool same_value(std::span<T> a, std::span<T> b) {
     if (a.size() != b.size()) return false;
