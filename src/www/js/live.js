@@ -3,20 +3,12 @@
 // cancel, leaving the window, losing focus, hiding the page) and every failed
 // request ends in a stop.
 import * as api from './api.js';
+import { clearMessage, confirmed, session, show } from './page.js';
 
 const $ = (id) => document.getElementById(id);
 const PRESETS = 16;
 const POLL_MS = 300;
 const FRAME_MS = 100;
-
-// ---- messages ---------------------------------------------------------------------------
-
-function show(error) {
-  $('message').textContent = error.message || String(error);
-  $('message').hidden = false;
-  if (error.needsLogin) showLogin();
-}
-const clearMessage = () => { $('message').hidden = true; };
 
 // ---- drives: the latest wish is sent, one request at a time ------------------------------
 
@@ -215,14 +207,6 @@ for (const mode of ['store', 'clear']) {
   });
 }
 
-function confirmed(text) {
-  const dialog = $('confirm');
-  $('confirm-text').textContent = text;
-  dialog.returnValue = '';
-  dialog.showModal();
-  return new Promise((done) => dialog.addEventListener('close', () => done(dialog.returnValue === 'yes'), { once: true }));
-}
-
 async function presetClicked(n) {
   const mode = presetMode;
   presetMode = null;
@@ -303,15 +287,12 @@ function resume() {
 function showLogin() {
   stopAll();
   $('live').hidden = true;
-  $('power').hidden = $('logout').hidden = true;
-  $('login').hidden = false;
-  $('login').elements.user.focus();
+  $('power').hidden = true;
 }
 
 async function showLive() {
-  $('login').hidden = true;
   $('live').hidden = false;
-  $('power').hidden = $('logout').hidden = false;
+  $('power').hidden = false;
   resume();
   refreshPresets();
   try {
@@ -324,20 +305,4 @@ async function showLive() {
   }
 }
 
-$('login').addEventListener('submit', async (e) => {
-  e.preventDefault();
-  const form = e.target.elements;
-  try {
-    await api.login(form.user.value, form.password.value);
-    clearMessage();
-    form.password.value = '';
-    showLive();
-  } catch (error) {
-    show(error);
-  }
-});
-
-$('logout').addEventListener('click', () => { api.logout(); showLogin(); });
-
-if (api.loggedIn()) showLive();
-else showLogin();
+session(showLive, showLogin);

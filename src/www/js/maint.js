@@ -1,22 +1,21 @@
 // The system page's own flows (clock, login, power schedule, SD card, logs,
-// parameter export, the maintenance actions) and the firmware update. The
-// settings page hands each view its helpers: `ui` = { el, show, clearMessage,
-// confirmed }.
+// parameter export, the maintenance actions) and the firmware update.
 import * as api from './api.js';
+import { clearMessage, confirmed, el, show } from './page.js';
 
 const two = (n) => String(n).padStart(2, '0');
 
 // A card of the system page; `handles` names the keys it serves, as paths.
-function card(ui, title, handles, ...children) {
-  const section = ui.el('section', { className: 'card' }, ui.el('h3', { textContent: title }), ...children);
+function card(title, handles, ...children) {
+  const section = el('section', { className: 'card' }, el('h3', { textContent: title }), ...children);
   section.dataset.handles = handles;
   return section;
 }
-const button = (ui, text, onclick, className = '') => ui.el('button', { type: 'button', textContent: text, onclick, className });
+const button = (text, onclick, className = '') => el('button', { type: 'button', textContent: text, onclick, className });
 
 // Runs an action, saying in `status` how it went.
-async function act(ui, status, what, work) {
-  ui.clearMessage();
+async function act(status, what, work) {
+  clearMessage();
   status.textContent = `${what}…`;
   try {
     const result = await work();
@@ -24,63 +23,63 @@ async function act(ui, status, what, work) {
     return result;
   } catch (e) {
     status.textContent = `${what}: failed`;
-    ui.show(e);
+    show(e);
     return undefined;
   }
 }
 
 // ---- clock -----------------------------------------------------------------------------------
 
-function clock(ui) {
-  const now = ui.el('output');
-  const status = ui.el('span', { className: 'status', role: 'status' });
+function clock() {
+  const now = el('output');
+  const status = el('span', { className: 'status', role: 'status' });
   const read = async () => {
     const { system } = await api.read({ system: { date: true, time: true, TZ: true } });
     now.value = `${system.date} ${system.time} (${system.TZ})`;
   };
-  const take = () => act(ui, status, "Setting the browser's clock", async () => {
+  const take = () => act(status, "Setting the browser's clock", async () => {
     const d = new Date();
     await api.write({ system: { date: `${d.getFullYear()}-${d.getMonth() + 1}-${d.getDate()}`,
       time: `${d.getHours()}:${two(d.getMinutes())}:${two(d.getSeconds())}` } });
     await read();
   });
-  read().catch(ui.show);
-  return card(ui, 'Date and time', 'system.date system.time', ui.el('p', {}, 'The camera: ', now),
-    ui.el('div', { className: 'actions' }, button(ui, "Take the browser's clock", take), status));
+  read().catch(show);
+  return card('Date and time', 'system.date system.time', el('p', {}, 'The camera: ', now),
+    el('div', { className: 'actions' }, button("Take the browser's clock", take), status));
 }
 
 // ---- login -----------------------------------------------------------------------------------
 
-function login(ui) {
-  const user = ui.el('input', { name: 'user', maxLength: 15, required: true, autocomplete: 'username' });
-  const pass = ui.el('input', { name: 'password', type: 'password', maxLength: 15, required: true, autocomplete: 'new-password' });
-  const again = ui.el('input', { name: 'again', type: 'password', maxLength: 15, required: true, autocomplete: 'new-password' });
-  const status = ui.el('span', { className: 'status', role: 'status' });
-  const form = ui.el('form', { className: 'section' },
-    ui.el('div', { className: 'fields' },
-      ui.el('div', { className: 'field' }, ui.el('label', { textContent: 'User' }), user),
-      ui.el('div', { className: 'field' }, ui.el('label', { textContent: 'Password' }), pass),
-      ui.el('div', { className: 'field' }, ui.el('label', { textContent: 'Password again' }), again)),
-    ui.el('div', { className: 'actions' }, ui.el('button', { type: 'submit', textContent: 'Change the login' }), status));
+function login() {
+  const user = el('input', { name: 'user', maxLength: 15, required: true, autocomplete: 'username' });
+  const pass = el('input', { name: 'password', type: 'password', maxLength: 15, required: true, autocomplete: 'new-password' });
+  const again = el('input', { name: 'again', type: 'password', maxLength: 15, required: true, autocomplete: 'new-password' });
+  const status = el('span', { className: 'status', role: 'status' });
+  const form = el('form', { className: 'section' },
+    el('div', { className: 'fields' },
+      el('div', { className: 'field' }, el('label', { textContent: 'User' }), user),
+      el('div', { className: 'field' }, el('label', { textContent: 'Password' }), pass),
+      el('div', { className: 'field' }, el('label', { textContent: 'Password again' }), again)),
+    el('div', { className: 'actions' }, el('button', { type: 'submit', textContent: 'Change the login' }), status));
   form.addEventListener('submit', async (e) => {
     e.preventDefault();
-    if (pass.value !== again.value) return ui.show(new Error('The two passwords differ'));
-    if (!(await ui.confirmed(`Change the login to the user "${user.value}"?`))) return;
-    await act(ui, status, 'Changing the login', async () => {
+    if (pass.value !== again.value) return show(new Error('The two passwords differ'));
+    if (!(await confirmed(`Change the login to the user "${user.value}"?`))) return;
+    await act(status, 'Changing the login', async () => {
       await api.write({ system: { login: `${user.value}:${pass.value}` } });
       await api.login(user.value, pass.value);  // the key follows the login
     });
   });
-  return card(ui, 'Login', 'system.login', form);
+  return card('Login', 'system.login', form);
 }
 
 // ---- power schedule ----------------------------------------------------------------------------
 
 const TASK_FIELDS = ['enable', 'mode', 'action', 'year', 'month', 'day', 'wday', 'hour', 'min', 'sec'];
 
-function schedule(ui) {
-  const body = ui.el('tbody');
-  const status = ui.el('span', { className: 'status', role: 'status' });
+function schedule() {
+  const body = el('tbody');
+  const status = el('span', { className: 'status', role: 'status' });
   const inputs = [];
   const read = async () => {
     const { system } = await api.read({ system: { power_ctrl: true } });
@@ -88,17 +87,17 @@ function schedule(ui) {
     inputs.length = 0;
     for (let t = 0; t < 8; t++) {
       const task = system.power_ctrl[`task${t}`] || {};
-      const row = ui.el('tr', {}, ui.el('th', { textContent: t }));
+      const row = el('tr', {}, el('th', { textContent: t }));
       for (const f of TASK_FIELDS) {
-        const input = ui.el('input', { type: 'number', step: 1, value: task[f] ?? 0, ariaLabel: `task ${t} ${f}` });
+        const input = el('input', { type: 'number', step: 1, value: task[f] ?? 0, ariaLabel: `task ${t} ${f}` });
         input.dataset.orig = input.value;
         inputs.push({ t, f, input });
-        row.append(ui.el('td', {}, input));
+        row.append(el('td', {}, input));
       }
       body.append(row);
     }
   };
-  const save = () => act(ui, status, 'Saving the schedule', async () => {
+  const save = () => act(status, 'Saving the schedule', async () => {
     const request = {};
     for (const { t, f, input } of inputs) {
       if (input.value !== input.dataset.orig) (request[`task${t}`] ||= {})[f] = Number(input.value);
@@ -106,19 +105,19 @@ function schedule(ui) {
     if (Object.keys(request).length) await api.write({ system: { power_ctrl: request } });
     await read();
   });
-  read().catch(ui.show);
-  const head = ui.el('tr', {}, ui.el('th', { textContent: 'task' }), ...TASK_FIELDS.map((f) => ui.el('th', { textContent: f })));
-  return card(ui, 'Power schedule', 'system.power_ctrl', ui.el('div', { className: 'scroll' }, ui.el('table', {}, ui.el('thead', {}, head), body)),
-    ui.el('div', { className: 'actions' }, button(ui, 'Save the schedule', save), status));
+  read().catch(show);
+  const head = el('tr', {}, el('th', { textContent: 'task' }), ...TASK_FIELDS.map((f) => el('th', { textContent: f })));
+  return card('Power schedule', 'system.power_ctrl', el('div', { className: 'scroll' }, el('table', {}, el('thead', {}, head), body)),
+    el('div', { className: 'actions' }, button('Save the schedule', save), status));
 }
 
 // ---- SD card ---------------------------------------------------------------------------------
 
-function sdCard(ui) {
-  const state = ui.el('p');
-  const list = ui.el('ul', { className: 'files' });
-  const status = ui.el('span', { className: 'status', role: 'status' });
-  const format = ui.el('select', {}, ui.el('option', { value: 'fat32', textContent: 'FAT32' }), ui.el('option', { value: 'ntfs', textContent: 'NTFS' }));
+function sdCard() {
+  const state = el('p');
+  const list = el('ul', { className: 'files' });
+  const status = el('span', { className: 'status', role: 'status' });
+  const format = el('select', {}, el('option', { value: 'fat32', textContent: 'FAT32' }), el('option', { value: 'ntfs', textContent: 'NTFS' }));
   const read = async () => {
     const { system } = await api.read({ system: { sd: true } });
     const sd = system.sd;
@@ -128,42 +127,42 @@ function sdCard(ui) {
     list.replaceChildren();
     if (sd.state !== 1) return;
     const files = (await api.read({ system: { sd: { filelist: true } } })).system.sd.filelist || [];
-    list.append(...files.map((name) => ui.el('li', {}, ui.el('label', {}, ui.el('input', { type: 'checkbox', value: name }), ` ${name}`))));
+    list.append(...files.map((name) => el('li', {}, el('label', {}, el('input', { type: 'checkbox', value: name }), ` ${name}`))));
   };
   const remove = async () => {
     const names = [...list.querySelectorAll('input:checked')].map((i) => i.value);
-    if (!names.length || !(await ui.confirmed(`Delete ${names.length} recording(s) from the card?`))) return;
-    await act(ui, status, 'Deleting', async () => { await api.write({ system: { sd: { delete: names } } }); await read(); });
+    if (!names.length || !(await confirmed(`Delete ${names.length} recording(s) from the card?`))) return;
+    await act(status, 'Deleting', async () => { await api.write({ system: { sd: { delete: names } } }); await read(); });
   };
   const wipe = async () => {
-    if (!(await ui.confirmed(`Format the card as ${format.value.toUpperCase()}? Everything on it is lost.`))) return;
-    await act(ui, status, 'Formatting', async () => { await api.write({ system: { sd: { format: format.value } } }); await read(); });
+    if (!(await confirmed(`Format the card as ${format.value.toUpperCase()}? Everything on it is lost.`))) return;
+    await act(status, 'Formatting', async () => { await api.write({ system: { sd: { format: format.value } } }); await read(); });
   };
-  read().catch(ui.show);
-  return card(ui, 'SD card', 'system.sd', state, list, ui.el('div', { className: 'actions' },
-    button(ui, 'Delete the chosen recordings', remove), format, button(ui, 'Format', wipe), status));
+  read().catch(show);
+  return card('SD card', 'system.sd', state, list, el('div', { className: 'actions' },
+    button('Delete the chosen recordings', remove), format, button('Format', wipe), status));
 }
 
 // ---- logs, export, features, actions --------------------------------------------------------
 
-function downloads(ui) {
-  const links = ui.el('ul', { className: 'files' });
-  const status = ui.el('span', { className: 'status', role: 'status' });
-  const offer = (urls) => links.append(...[].concat(urls).map((href) => ui.el('li', {}, ui.el('a', { href, textContent: href.replace(/^.*\//, ''), download: '' }))));
-  const get = (what, request, pick) => act(ui, status, what, async () => offer(pick((await api.read(request)).system)));
-  return card(ui, 'Logs and parameters', 'system.log system.params', links, ui.el('div', { className: 'actions' },
-    button(ui, 'Kernel log', () => get('Kernel log', { system: { log: 'kernel' } }, (s) => s.log)),
-    button(ui, 'Application logs', () => get('Application logs', { system: { log: 'app' } }, (s) => s.log)),
-    button(ui, 'Export the parameters', () => get('Export', { system: { params: true } }, (s) => s.params)),
+function downloads() {
+  const links = el('ul', { className: 'files' });
+  const status = el('span', { className: 'status', role: 'status' });
+  const offer = (urls) => links.append(...[].concat(urls).map((href) => el('li', {}, el('a', { href, textContent: href.replace(/^.*\//, ''), download: '' }))));
+  const get = (what, request, pick) => act(status, what, async () => offer(pick((await api.read(request)).system)));
+  return card('Logs and parameters', 'system.log system.params', links, el('div', { className: 'actions' },
+    button('Kernel log', () => get('Kernel log', { system: { log: 'kernel' } }, (s) => s.log)),
+    button('Application logs', () => get('Application logs', { system: { log: 'app' } }, (s) => s.log)),
+    button('Export the parameters', () => get('Export', { system: { params: true } }, (s) => s.params)),
     status));
 }
 
-function features(ui) {
-  const list = ui.el('dl', { className: 'features' });
+function features() {
+  const list = el('dl', { className: 'features' });
   api.read({ system: { support: true } }).then(({ system }) => {
-    list.append(...Object.entries(system.support).flatMap(([k, v]) => [ui.el('dt', { textContent: k }), ui.el('dd', { textContent: v ? 'yes' : 'no' })]));
-  }).catch(ui.show);
-  return card(ui, 'Features', 'system.support', list);
+    list.append(...Object.entries(system.support).flatMap(([k, v]) => [el('dt', { textContent: k }), el('dd', { textContent: v ? 'yes' : 'no' })]));
+  }).catch(show);
+  return card('Features', 'system.support', list);
 }
 
 const ACTIONS = [
@@ -176,18 +175,18 @@ const ACTIONS = [
   ['network_test', 'Test the network', 'Run the network test?'],
 ];
 
-function actions(ui) {
-  const status = ui.el('span', { className: 'status', role: 'status' });
+function actions() {
+  const status = el('span', { className: 'status', role: 'status' });
   const run = async (action, text, question) => {
-    if (await ui.confirmed(question)) act(ui, status, text, () => api.write({ system: { system_control: action } }));
+    if (await confirmed(question)) act(status, text, () => api.write({ system: { system_control: action } }));
   };
-  return card(ui, 'Maintenance', 'system.system_control', ui.el('div', { className: 'actions' },
-    ...ACTIONS.map(([action, text, question]) => button(ui, text, () => run(action, text, question), action === 'factory_reset' ? 'danger' : '')),
+  return card('Maintenance', 'system.system_control', el('div', { className: 'actions' },
+    ...ACTIONS.map(([action, text, question]) => button(text, () => run(action, text, question), action === 'factory_reset' ? 'danger' : '')),
     status));
 }
 
-export function system(main, ui) {
-  main.append(clock(ui), login(ui), schedule(ui), sdCard(ui), downloads(ui), features(ui), actions(ui));
+export function system(main) {
+  main.append(clock(), login(), schedule(), sdCard(), downloads(), features(), actions());
 }
 
 // ---- firmware update: the job outlives the view ------------------------------------------------
@@ -197,8 +196,8 @@ let redraw = () => {};
 
 window.addEventListener('beforeunload', (e) => { if (job.running) e.preventDefault(); });
 
-async function update(ui, file) {
-  if (!(await ui.confirmed(`Send ${file.name} (${file.size} bytes) to the camera and update it? Do not switch the camera off.`))) return;
+async function update(file) {
+  if (!(await confirmed(`Send ${file.name} (${file.size} bytes) to the camera and update it? Do not switch the camera off.`))) return;
   Object.assign(job, { running: true, sent: 0, total: file.size, text: 'Sending the image…' });
   redraw();
   try {
@@ -206,18 +205,18 @@ async function update(ui, file) {
     job.text = `The camera took all ${file.size} bytes and is updating itself; it restarts when it is done.`;
   } catch (e) {
     job.text = `The update failed: ${e.message}`;
-    ui.show(e);
+    show(e);
   }
   job.running = false;
   redraw();
 }
 
-export function firmware(main, ui) {
-  const file = ui.el('input', { type: 'file', id: 'firmware-file' });
-  const go = button(ui, 'Update', () => file.files[0] && update(ui, file.files[0]), 'primary');
+export function firmware(main) {
+  const file = el('input', { type: 'file', id: 'firmware-file' });
+  const go = button('Update', () => file.files[0] && update(file.files[0]), 'primary');
   go.id = 'firmware-go';
-  const bar = ui.el('progress', { id: 'firmware-progress', max: 1, value: 0 });
-  const said = ui.el('p', { id: 'firmware-status', role: 'status' });
+  const bar = el('progress', { id: 'firmware-progress', max: 1, value: 0 });
+  const said = el('p', { id: 'firmware-status', role: 'status' });
   redraw = () => {
     bar.max = job.total || 1;
     bar.value = job.sent;
@@ -225,6 +224,6 @@ export function firmware(main, ui) {
     go.disabled = job.running;
   };
   redraw();
-  main.append(card(ui, 'Firmware update', 'system.post_update', ui.el('p', { className: 'dim', textContent: 'Choose the image file, then Update. Leave this page open until it is done; other pages of the settings may be used meanwhile.' }),
-    ui.el('div', { className: 'actions' }, file, go), bar, said));
+  main.append(card('Firmware update', 'system.post_update', el('p', { className: 'dim', textContent: 'Choose the image file, then Update. Leave this page open until it is done; other pages of the settings may be used meanwhile.' }),
+    el('div', { className: 'actions' }, file, go), bar, said));
 }

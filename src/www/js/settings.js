@@ -6,13 +6,9 @@
 // read again and shows what the camera now holds.
 import * as api from './api.js';
 import * as maint from './maint.js';
+import { clearMessage, confirmed, el, session, show } from './page.js';
 
 const $ = (id) => document.getElementById(id);
-export const el = (tag, props = {}, ...children) => {
-  const e = Object.assign(document.createElement(tag), props);
-  e.append(...children.filter((c) => c !== null && c !== undefined));
-  return e;
-};
 
 // Keys the forms leave to other views: the drives and presets belong to the
 // live view, the system section's actions and special flows to the views of
@@ -38,23 +34,6 @@ const PAGES = [
   { id: 'system', title: 'System', sections: ['system'], view: maint.system },
   { id: 'firmware', title: 'Firmware', view: maint.firmware },
 ];
-
-// ---- messages and confirmations ---------------------------------------------------------------
-
-export function show(error) {
-  $('message').textContent = error.message || String(error);
-  $('message').hidden = false;
-  if (error.needsLogin) showLogin();
-}
-export const clearMessage = () => { $('message').hidden = true; };
-
-export function confirmed(text) {
-  const dialog = $('confirm');
-  $('confirm-text').textContent = text;
-  dialog.returnValue = '';
-  dialog.showModal();
-  return new Promise((done) => dialog.addEventListener('close', () => done(dialog.returnValue === 'yes'), { once: true }));
-}
 
 // ---- one control per key -------------------------------------------------------------------
 
@@ -254,21 +233,13 @@ async function showPage() {
       el('h3', { textContent: section.name }), section.text ? el('p', { className: 'dim', textContent: section.text }) : null, form));
     reads.push(load(form));
   }
-  if (page.view) page.view(main, { description, show, clearMessage, confirmed, el });
+  if (page.view) page.view(main);
   await Promise.all(reads);
   if (main.firstChild.textContent === page.title) main.ariaBusy = 'false';
 }
 
-function showLogin() {
-  $('page').hidden = true;
-  $('login').hidden = false;
-  $('logout').hidden = true;
-}
-
 async function start() {
-  $('login').hidden = true;
   $('page').hidden = false;
-  $('logout').hidden = false;
   try {
     if (!description) {
       description = await api.describe();
@@ -286,18 +257,4 @@ async function start() {
 
 $('pages').append(...PAGES.map((p) => el('a', { href: `#${p.id}`, textContent: p.title })));
 window.addEventListener('hashchange', () => { clearMessage(); if (description && api.loggedIn()) showPage(); });
-$('login').addEventListener('submit', async (e) => {
-  e.preventDefault();
-  const form = e.target;
-  try {
-    await api.login(form.user.value, form.password.value);
-    form.password.value = '';
-    clearMessage();
-    start();
-  } catch (error) {
-    show(error);
-  }
-});
-$('logout').addEventListener('click', () => { api.logout(); showLogin(); });
-if (api.loggedIn()) start();
-else showLogin();
+session(start, () => { $('page').hidden = true; });
