@@ -16,10 +16,7 @@
 
 #include "camera/image_ctrl.h"
 #include "camera/visca_ops.h"
-#include "ipc/sys_port.h"
-#include "net/net_config.h"
-#include "json/json_reg.h"
-#include "support/memmap.h"
+#include "platform/platform.h"
 #include "support/elog.h"
 #include "support/support.h"
 
@@ -39,7 +36,6 @@ inline SysState* state(int) { return &g_store.state; }
 inline CamInfo* cam() { return &g_store.cam; }
 inline AiInfo* ai() { return &g_store.ai; }
 inline void* ext() { return g_store.ext; }
-inline constexpr SysPort kPort{command, info, state, cam, ai, ext};
 
 // No shell line runs: the firmware commands are the camera's, not this host's.
 inline int shell(const char*) { return 0; }
@@ -67,29 +63,43 @@ inline int nowait(const uint8_t* packet, int length) {
     return 0;
 }
 inline void flush() {}
-inline constexpr CamTransport kCamera{wait, nowait, flush};
 
-// Installs the fakes once: quiet logging, no shell, the two peers, and the
-// files a handler writes kept below a scratch directory.
+// The whole platform: the two peers, no shell, and every fixed path below a
+// scratch directory of the run's own (so no register device either).
+inline Platform g_platform{.camera_wait = wait,
+                           .camera_send = nowait,
+                           .camera_flush = flush,
+                           .sys_command = command,
+                           .sys_info = info,
+                           .sys_state = state,
+                           .cam_info = cam,
+                           .ai_info = ai,
+                           .ext_info = ext,
+                           .shell = shell};
+
+// The scratch directory every fixed path is taken below, made on first use
+// in the working directory and removed when the run ends.
+inline const std::string& root() {
+    static const std::string dir = [] {
+        std::string d = std::filesystem::current_path().string() + "/fuzz-files-" + std::to_string(getpid());
+        std::filesystem::create_directories(d + "/tmp");
+        return d;
+    }();
+    // Registered once the name exists, so that it is removed before the name is.
+    static const bool cleanup = std::atexit([] {
+                                    std::error_code ignored;
+                                    std::filesystem::remove_all(root(), ignored);
+                                }) == 0;
+    (void)cleanup;
+    return dir;
+}
+
+// Installs the platform once, with quiet logging.
 inline void install() {
     static const bool done = [] {
         g_print_level = 0;
-        pox_system_set_runner(shell);
-        sys_port_install(&kPort);
-        image_ctrl_set_transport(&kCamera);
-        // No register device, and files written only below a scratch
-        // directory of the run's own in the working directory, removed
-        // when the run ends.
-        memmap_set_device("/nonexistent/ambad");
-        static const std::string scratch = "fuzz-files-" + std::to_string(getpid());
-        std::filesystem::create_directory(scratch);
-        json_file_ctrl_set_root(scratch.c_str());
-        static const std::string resolv = scratch + "/resolv.conf";
-        net_set_resolv_path(resolv.c_str());
-        std::atexit([] {
-            std::error_code ignored;
-            std::filesystem::remove_all(scratch, ignored);
-        });
+        g_platform.root = root().c_str();
+        platform_install(&g_platform);
         return true;
     }();
     (void)done;

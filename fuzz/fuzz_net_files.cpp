@@ -35,18 +35,10 @@ std::vector<std::string> parts(const uint8_t* data, size_t size, size_t count) {
 
 const std::string& root() {
     static const std::string dir = [] {
-        std::string d = std::filesystem::current_path().string() + "/fuzz-net-" + std::to_string(getpid());
-        std::filesystem::create_directories(d + "/proc/net");
-        std::filesystem::create_directories(d + "/sys/class/net/eth0");
-        net_set_file_root(d.c_str());
+        const std::string& d = fuzz::root();
+        for (const char* sub : {"/proc/net", "/sys/class/net/eth0", "/etc"}) std::filesystem::create_directories(d + sub);
         return d;
     }();
-    // Registered once the name exists, so that it is removed before the name is.
-    static const bool cleanup = std::atexit([] {
-                                    std::error_code ignored;
-                                    std::filesystem::remove_all(root(), ignored);
-                                }) == 0;
-    (void)cleanup;
     return dir;
 }
 
@@ -57,12 +49,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::replies_from(nullptr, 0);
     const std::string& dir = root();
     const std::vector<std::string> files = parts(data, size, 4);
-    const std::string resolv = dir + "/resolv.conf";
+    const std::string resolv = dir + "/etc/resolv.conf";
     std::ofstream(resolv, std::ios::binary | std::ios::trunc) << files[0];
     std::ofstream(dir + "/proc/net/route", std::ios::binary | std::ios::trunc) << files[1];
     std::ofstream(dir + "/proc/net/dev", std::ios::binary | std::ios::trunc) << files[2];
     std::ofstream(dir + "/sys/class/net/eth0/carrier", std::ios::binary | std::ios::trunc) << files[3];
-    net_set_resolv_path(resolv.c_str());
 
     net_get_dns();
     net_get_dns1();

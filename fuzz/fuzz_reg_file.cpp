@@ -23,7 +23,8 @@ namespace {
 
 const std::string& device() {
     static const std::string path = [] {
-        std::string p = std::filesystem::current_path().string() + "/fuzz-ambad-" + std::to_string(getpid());
+        std::filesystem::create_directories(fuzz::root() + "/dev");
+        std::string p = fuzz::root() + "/dev/ambad";
         const int fd = open(p.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
         if (fd < 0 || ftruncate(fd, off_t{1} << 32) != 0) __builtin_trap();
         close(fd);
@@ -48,7 +49,7 @@ uint32_t stored(uint32_t address) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::install();
     fuzz::replies_from(nullptr, 0);
-    memmap_set_device(device().c_str());
+    device();
     if (size < 1) return 0;
     const bool set = (data[0] & 1) != 0;
     std::string text(reinterpret_cast<const char*>(data + 1), size - 1);

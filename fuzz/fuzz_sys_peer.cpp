@@ -35,7 +35,6 @@ int command(uint32_t, void* data, int, int* capacity) {
     g_reply_left -= take;
     return static_cast<int>(take);
 }
-constexpr SysPort kPort{command, fuzz::info, fuzz::state, fuzz::cam, fuzz::ai, fuzz::ext};
 
 constexpr const char* kReads[] = {
     R"({"system":{"device_name":true,"serial_number":true,"model":true,"TZ":true,"date":true,"time":true,)"
@@ -63,7 +62,7 @@ constexpr const char* kQueries[] = {"controlhub",
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::install();
-    sys_port_install(&kPort);
+    fuzz::g_platform.sys_command = command;
     fuzz::replies_from(nullptr, 0);
     const size_t record = size < sizeof(SysStore) ? size : sizeof(SysStore);
     auto* store = reinterpret_cast<uint8_t*>(&fuzz::g_store);

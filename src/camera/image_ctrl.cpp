@@ -20,6 +20,7 @@
 #include "camera/visca_ops.h"
 #include "ipc/CamMsgDrv.h"
 #include "ipc/sys_port.h"
+#include "platform/platform.h"
 #include "support/log.h"
 #include "support/support.h"
 
@@ -32,8 +33,6 @@ using visca::row;
 namespace camera_run {
 
 // ---- transport ---------------------------------------------------------------------
-const CamTransport* g_transport = nullptr;
-
 // Nothing leaves that the camera-control process could mis-frame: a packet
 // whose inside holds a terminator or an address byte is refused here, as a
 // failed send.
@@ -47,24 +46,23 @@ bool refused(const uint8_t* packet, int length) {
     return true;
 }
 
+// The real channel's answer with its time-out told apart: -2.
+int real_wait(uint8_t* packet, int length, int* capacity) {
+    const int result = TramsMsg2Cam(packet, length, capacity);
+    return result < 0 && CamMsgLastTimedOut() != 0 ? -2 : result;
+}
+
 int chan_wait(uint8_t* packet, int length, int* capacity) {
     if (refused(packet, length) || g_camera_silent) return -1;
-    if (g_transport && g_transport->wait) return g_transport->wait(packet, length, capacity);
-    const int result = TramsMsg2Cam(packet, length, capacity);
-    if (result < 0 && CamMsgLastTimedOut() != 0) g_camera_silent = true;
-    return result;
+    const int result = platform_pick(&Platform::camera_wait, real_wait)(packet, length, capacity);
+    if (result == -2) g_camera_silent = true;
+    return result < 0 ? -1 : result;
 }
 int chan_nowait(const uint8_t* packet, int length) {
     if (refused(packet, length)) return -1;
-    return g_transport && g_transport->nowait ? g_transport->nowait(packet, length)
-                                              : TramsMsg2CamNowait(packet, length);
+    return platform_pick(&Platform::camera_send, TramsMsg2CamNowait)(packet, length);
 }
-void chan_flush() {
-    if (g_transport && g_transport->flush)
-        g_transport->flush();
-    else
-        FlushMsgFromCam();
-}
+void chan_flush() { platform_pick(&Platform::camera_flush, FlushMsgFromCam)(); }
 
 // ---- packets -----------------------------------------------------------------------
 Buf load(const Row& r) {
@@ -226,7 +224,6 @@ const visca::Format* format_by_code(int code) {
 
 }  // namespace
 
-void image_ctrl_set_transport(const CamTransport* transport) { g_transport = transport; }
 void image_ctrl_request_begin() { g_camera_silent = false; }
 
 int image_row_set(const visca::Row& r, int value) { return op_put_send(r, value); }

@@ -97,16 +97,9 @@ int image_row_set(const visca::Row& row, int value);            // 0, -1 failed,
 int image_row_choose(const visca::Row& row, const char* word);  // 0 or -1 (unknown word)
 int image_row_get(const visca::Row& row);                       // decoded value or -1
 
-// ---- transport seam ----------------------------------------------------------------
-// The camera channel every operation uses. Tests install their own to record
-// packets and feed canned replies; a null table (or a null member) means the
-// real camera command channel. System commands go through the system port.
-struct CamTransport {
-    int (*wait)(uint8_t* packet, int length, int* capacity);  // send, await the reply
-    int (*nowait)(const uint8_t* packet, int length);         // send, no reply awaited
-    void (*flush)();                                          // drop pending replies
-};
-void image_ctrl_set_transport(const CamTransport* transport);
+// ---- the request's camera ---------------------------------------------------------
+// Packets go through the installed platform's camera (the real command
+// channel by default).
 // Starts a request: the camera counts as answering again. Within a request,
 // after one reply has timed out every further inquiry fails at once.
 void image_ctrl_request_begin();

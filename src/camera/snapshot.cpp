@@ -15,6 +15,7 @@
 
 #include "camera/image_ctrl.h"
 #include "ipc/sys_port.h"
+#include "platform/platform.h"
 #include "support/log.h"
 #include "support/support.h"
 
@@ -37,7 +38,8 @@ void snap_links_make_room(const char* name) {
         time_t made;
     };
     std::vector<Link> links;
-    if (DIR* dir = opendir(kSnapDir)) {
+    const std::string dir_path = platform_path(kSnapDir);
+    if (DIR* dir = opendir(dir_path.c_str())) {
         while (const dirent* e = readdir(dir)) {
             const std::string entry = e->d_name;
             if (entry == "." || entry == "..") continue;
@@ -46,7 +48,7 @@ void snap_links_make_room(const char* name) {
                 return;
             }
             struct stat st {};
-            const std::string full = std::string(kSnapDir) + "/" + entry;
+            const std::string full = dir_path + "/" + entry;
             if (lstat(full.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) links.push_back({entry, st.st_mtime});
         }
         closedir(dir);
@@ -54,7 +56,7 @@ void snap_links_make_room(const char* name) {
     if (links.size() < kSnapLinksMax) return;
     std::sort(links.begin(), links.end(), [](const Link& a, const Link& b) { return a.made < b.made; });
     for (size_t i = 0; i + kSnapLinksMax <= links.size(); ++i)
-        unlink((std::string(kSnapDir) + "/" + links[i].name).c_str());
+        unlink((dir_path + "/" + links[i].name).c_str());
 }
 
 // A link name is a plain file name: letters, digits, '.', '_' and '-', not
@@ -79,9 +81,10 @@ int snapshot_take(const uint8_t (&request)[4]) {
         LOG_ERR("snapshot request failed\n");
         return -1;
     }
+    const std::string file = platform_path(kSnapFile);
     for (int i = 0; i < kSnapPolls; ++i) {
-        if (access(kSnapFile, F_OK) == 0) return 0;
-        usleep(100 * 1000);
+        if (access(file.c_str(), F_OK) == 0) return 0;
+        platform_sleep_ms(100);
     }
     LOG_ERR("snapshot not taken\n");
     return -1;
@@ -103,7 +106,7 @@ int image_snapshot(int mode, const char* name, int width, int height, int flag) 
         LOG_ERR("invalid snapshot parameters\n");
         return -1;
     }
-    unlink(kSnapFile);
+    unlink(platform_path(kSnapFile).c_str());
     const uint8_t request[4] = {static_cast<uint8_t>(mode), static_cast<uint8_t>(flag),
                                 static_cast<uint8_t>(width / 16), static_cast<uint8_t>(height / 16)};
     if (snapshot_take(request) != 0) return -1;

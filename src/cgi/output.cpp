@@ -4,15 +4,43 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "platform/platform.h"
+
 // Last: it redefines the standard-I/O names for everything after it.
 #include <fcgi_stdio.h>
 
 namespace {
+
 OutputCapture* g_capture = nullptr;
+
+size_t real_write(const void* data, size_t size) {
+    return FCGI_fwrite(const_cast<void*>(data), 1, size, FCGI_stdout);
+}
+size_t real_read(void* buffer, size_t size) { return FCGI_fread(buffer, 1, size, FCGI_stdin); }
+
+}  // namespace
+
+size_t OutputCapture::write(const void* data, size_t size) {
+    g_capture->reply_.append(static_cast<const char*>(data), size);
+    return size;
 }
 
-OutputCapture::OutputCapture(std::string_view body) : body_(body) { g_capture = this; }
-OutputCapture::~OutputCapture() { g_capture = nullptr; }
+size_t OutputCapture::read(void* buffer, size_t size) {
+    OutputCapture& c = *g_capture;
+    const size_t n = std::min(size, c.body_.size() - c.pos_);
+    std::memcpy(buffer, c.body_.data() + c.pos_, n);
+    c.pos_ += n;
+    return n;
+}
+
+OutputCapture::OutputCapture(std::string_view body)
+    : body_(body), previous_(g_capture), patch_([](Platform& p) {
+          p.out_write = write;
+          p.in_read = read;
+      }) {
+    g_capture = this;
+}
+OutputCapture::~OutputCapture() { g_capture = previous_; }
 
 int out_accept() { return FCGI_Accept(); }
 void out_finish() { FCGI_Finish(); }
@@ -21,18 +49,18 @@ int out_printf(const char* format, ...) {
     va_list ap;
     va_start(ap, format);
     int n;
-    if (g_capture) {
+    if (const auto write = platform().out_write) {
         char small[1024];
         va_list copy;
         va_copy(copy, ap);
         n = vsnprintf(small, sizeof small, format, copy);
         va_end(copy);
         if (n >= 0 && static_cast<size_t>(n) < sizeof small) {
-            g_capture->reply_.append(small, static_cast<size_t>(n));
+            write(small, static_cast<size_t>(n));
         } else if (n >= 0) {
             std::string big(static_cast<size_t>(n) + 1, '\0');
             vsnprintf(big.data(), big.size(), format, ap);
-            g_capture->reply_.append(big.data(), static_cast<size_t>(n));
+            write(big.data(), static_cast<size_t>(n));
         }
     } else {
         n = FCGI_vprintf(format, ap);
@@ -41,31 +69,17 @@ int out_printf(const char* format, ...) {
     return n;
 }
 
-size_t out_write(const void* data, size_t size) {
-    if (g_capture) {
-        g_capture->reply_.append(static_cast<const char*>(data), size);
-        return size;
-    }
-    return FCGI_fwrite(const_cast<void*>(data), 1, size, FCGI_stdout);
-}
+size_t out_write(const void* data, size_t size) { return platform_pick(&Platform::out_write, real_write)(data, size); }
 
 int in_getchar() {
-    if (g_capture) {
-        if (g_capture->pos_ >= g_capture->body_.size()) return EOF;
-        return static_cast<unsigned char>(g_capture->body_[g_capture->pos_++]);
+    if (const auto read = platform().in_read) {
+        unsigned char c = 0;
+        return read(&c, 1) == 1 ? c : EOF;
     }
     return FCGI_getchar();
 }
 
-size_t in_read(void* buffer, size_t size) {
-    if (g_capture) {
-        size_t n = std::min(size, g_capture->body_.size() - g_capture->pos_);
-        std::memcpy(buffer, g_capture->body_.data() + g_capture->pos_, n);
-        g_capture->pos_ += n;
-        return n;
-    }
-    return FCGI_fread(buffer, 1, size, FCGI_stdin);
-}
+size_t in_read(void* buffer, size_t size) { return platform_pick(&Platform::in_read, real_read)(buffer, size); }
 
 struct OutFile {
     FCGI_FILE* file;

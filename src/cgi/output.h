@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/platform.h"
+
 // Waits for the next request; negative when no further request will come.
 int out_accept();
 // Ends the current request: the reply goes out and the FastCGI layer frees
@@ -27,7 +29,7 @@ size_t out_fwrite(const void* data, size_t size, OutFile* file);
 int out_fclose(OutFile* file);
 
 // While one of these lives, output goes to `reply` and input comes from
-// `body` instead of the FastCGI streams.
+// `body` instead of the FastCGI streams (through the platform's streams).
 class OutputCapture {
 public:
     explicit OutputCapture(std::string_view body = {});
@@ -38,11 +40,11 @@ public:
     void clear() { reply_.clear(); }
 
 private:
+    static size_t write(const void* data, size_t size);
+    static size_t read(void* buffer, size_t size);
     std::string reply_;
     std::string body_;
     size_t pos_ = 0;
-    friend int out_printf(const char*, ...);
-    friend size_t out_write(const void*, size_t);
-    friend int in_getchar();
-    friend size_t in_read(void*, size_t);
+    OutputCapture* previous_;
+    PlatformPatch patch_;
 };

@@ -3,10 +3,11 @@
 // known to be incomplete once a piece of it could not be written.
 #pragma once
 
+#include <string>
+
 void upload_set_armed(bool armed);  // arming also starts a new, complete image
 bool upload_is_armed();
 void upload_mark_incomplete();  // a piece of the image was lost
 bool upload_is_complete();      // false once a piece was lost since the arming
-// The file an upload is appended to ("/tmp/update.bin"; tests point it elsewhere).
-void upload_set_path(const char* path);
-const char* upload_path();
+// The file an upload is appended to ("/tmp/update.bin").
+std::string upload_path();

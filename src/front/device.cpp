@@ -14,6 +14,7 @@
 #include "cgi/output.h"
 #include "cgi/reply.h"
 #include "ipc/sys_port.h"
+#include "platform/platform.h"
 #include "support/log.h"
 #include "support/support.h"
 #include "support/owners.h"
@@ -101,19 +102,20 @@ int device_preview() {
     reply_header(kHdrJpeg);
 
     // A stored logo replaces the live picture.
-    if (FilePtr logo(std::fopen(kLogoPath, "rb")); logo) {
+    if (FilePtr logo(std::fopen(platform_path(kLogoPath).c_str(), "rb")); logo) {
         copy_to_reply(logo.get());
         return 0;
     }
 
     // Let a snapshot still being written finish, but do not wait forever.
-    for (int i = 0; i < kInUseWaitTries && file_in_use(kSnapFile) == 1; ++i) usleep(500 * 1000);
+    const std::string snap_file = platform_path(kSnapFile);
+    for (int i = 0; i < kInUseWaitTries && file_in_use(snap_file.c_str()) == 1; ++i) platform_sleep_ms(500);
     pox_system("rm /tmp/snap.jpg 1>/dev/null 2>/dev/null");
 
     static constexpr uint8_t kPreviewRequest[4] = {0x68, 0x01, 0x40, 0x41};
     if (snapshot_take(kPreviewRequest) != 0) return 0;  // the header alone
 
-    FilePtr snap(std::fopen(kSnapFile, "rb"));
+    FilePtr snap(std::fopen(snap_file.c_str(), "rb"));
     if (!snap) {
         LOG_ERR("no snapshot picture\n");
         return 0;

@@ -25,6 +25,7 @@
 #include "ipc/msg_util.h"
 #include "ipc/sys_msg_drv.h"
 #include "json/json_ctrl_func.h"
+#include "platform/platform.h"
 #include "remote/aw_cam.h"
 #include "remote/aw_ptz.h"
 #include "remote/session.h"
@@ -44,7 +45,7 @@ constexpr const char* kErrorParams = "Error params.\n";
 std::array<char, kBufferSize + 1> g_buffer{};
 std::array<char, kBufferSize> g_decoded{};
 int g_route_index = -1;
-const char* g_print_conf = "/opt/params/print.conf";
+constexpr const char* kPrintConf = "/opt/params/print.conf";
 volatile std::sig_atomic_t g_reload_level = 0;
 
 using RouteHandler = int (*)(const char* argument);
@@ -110,7 +111,7 @@ void on_sigterm(int) {
 void reload_print_level_if_asked() {
     if (g_reload_level == 0) return;
     g_reload_level = 0;
-    elog_load_print_level("FASTCGI", g_print_conf);
+    elog_load_print_level("FASTCGI", platform_path(kPrintConf).c_str());
 }
 
 // CONTENT_LENGTH in base 10; absent, negative or unreadable counts as 0.
@@ -153,7 +154,7 @@ void route_get(const char* query) {
 // not started on it.
 void firmware_upload() {
     long length = content_length();
-    OutFile* file = out_fopen(upload_path(), "ab+");
+    OutFile* file = out_fopen(upload_path().c_str(), "ab+");
     if (file == nullptr) LOG_ERR("open upload file failed\n");
     long total = 0;
     long written = 0;
@@ -214,8 +215,6 @@ int post_route_find(const char* name) {
 
 int post_route_selected() { return g_route_index; }
 
-void print_conf_set_path(const char* path) { g_print_conf = path ? path : "/opt/params/print.conf"; }
-
 void web_handle_request() {
     reload_print_level_if_asked();
     const char* query = std::getenv("QUERY_STRING");
@@ -236,7 +235,7 @@ void web_handle_request() {
 int system_init() {
     elog_init(g_print_level);
     process_info_print("web");
-    elog_load_print_level("FASTCGI", g_print_conf);
+    elog_load_print_level("FASTCGI", platform_path(kPrintConf).c_str());
 
     struct sigaction sa {};
     sa.sa_handler = on_sigusr1;

@@ -22,6 +22,3 @@ int post_route_selected();
 
 // The firmware upload gate lives in cgi/upload.h, below the dialects that set it.
 
-// The log-level file read at start-up and again after SIGUSR1
-// ("/opt/params/print.conf"; tests point it elsewhere).
-void print_conf_set_path(const char* path);

@@ -4,22 +4,10 @@
 
 #include "ipc/file_msg_drv.h"
 #include "ipc/sys_msg_drv.h"
-
-namespace {
-
-const SysPort* g_port = nullptr;
-
-template <typename Fn>
-Fn pick(Fn SysPort::*member, Fn real) {
-    return g_port != nullptr && g_port->*member != nullptr ? g_port->*member : real;
-}
-
-}  // namespace
-
-void sys_port_install(const SysPort* port) { g_port = port; }
+#include "platform/platform.h"
 
 int sys_command(uint32_t cmd, void* data, int length, int* capacity) {
-    return pick(&SysPort::command, TransmitMsg2Sys)(cmd, data, length, capacity);
+    return platform_pick(&Platform::sys_command, TransmitMsg2Sys)(cmd, data, length, capacity);
 }
 
 // Without a reply capacity the channel copies nothing back into the
@@ -43,8 +31,8 @@ int sys_send_text(SysCmd cmd, const char* text) {
     return sys_send(cmd, text, static_cast<int>(std::strlen(text)));
 }
 
-SysInfo* sys_info() { return pick(&SysPort::info, GetSysInfo)(); }
-SysState* sys_state(int wait) { return pick(&SysPort::state, GetSysState)(wait); }
-CamInfo* sys_cam_info() { return pick(&SysPort::cam, GetCamInfoParams)(); }
-AiInfo* sys_ai_info() { return pick(&SysPort::ai, GetAiInfoParams)(); }
-SavedCodecs* sys_saved_codecs() { return static_cast<SavedCodecs*>(pick(&SysPort::ext, GetExtInfoParams)()); }
+SysInfo* sys_info() { return platform_pick(&Platform::sys_info, GetSysInfo)(); }
+SysState* sys_state(int wait) { return platform_pick(&Platform::sys_state, GetSysState)(wait); }
+CamInfo* sys_cam_info() { return platform_pick(&Platform::cam_info, GetCamInfoParams)(); }
+AiInfo* sys_ai_info() { return platform_pick(&Platform::ai_info, GetAiInfoParams)(); }
+SavedCodecs* sys_saved_codecs() { return static_cast<SavedCodecs*>(platform_pick(&Platform::ext_info, GetExtInfoParams)()); }

@@ -1,26 +1,12 @@
 // The system-server boundary as the handlers see it: system commands and the
-// store's readers. By default they are the real command channel and the
-// shared segment; tests install a port of their own (an in-memory record and
-// a journal of commands) for as long as they need it.
+// store's readers. They are the real command channel and the shared segment
+// unless the installed platform record names others.
 #pragma once
 
 #include <cstdint>
 
 #include "ipc/sys_commands.h"
 #include "records/records.h"
-
-struct SysPort {
-    int (*command)(uint32_t cmd, void* data, int length, int* capacity);
-    SysInfo* (*info)();
-    SysState* (*state)(int wait);
-    CamInfo* (*cam)();
-    AiInfo* (*ai)();
-    void* (*ext)();
-};
-
-// Installs `port` (null: the real channel and store again). A null member
-// of an installed port also falls back to the real one.
-void sys_port_install(const SysPort* port);
 
 // TransmitMsg2Sys through the port: the reply length, or a negative value.
 int sys_command(uint32_t cmd, void* data, int length, int* capacity);

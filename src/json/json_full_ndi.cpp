@@ -16,6 +16,7 @@
 #include "camera/image_ctrl.h"
 #include "ipc/sys_port.h"
 #include "json/json_section.h"
+#include "platform/platform.h"
 #include "support/log.h"
 #include "support/owners.h"
 #include "support/support.h"
@@ -35,7 +36,7 @@ constexpr mode_t kSaveMode = 755;  // decimal, as the board's tools have always 
 // the failed address lookup's result, logged under the caller's name.
 int board_attach(bool& mounted, const char* caller) {
     mounted = false;
-    if (access(kConfig, F_OK) == 0) return 0;
+    if (access(platform_path(kConfig).c_str(), F_OK) == 0) return 0;
     SysState* state = sys_state(1);
     uint32_t addr = state != nullptr ? state->encoderBoardAddr : kUnknown;
     if (addr == kUnknown) {
@@ -187,7 +188,7 @@ int fullndi_config_load(char* buffer, size_t size) {
     bool mounted = false;
     const int attached = board_attach(mounted, __func__);
     if (attached != 0) return attached;
-    const int result = file_read_text(kConfig, buffer, size) < 0 ? -1 : 0;
+    const int result = file_read_text(platform_path(kConfig).c_str(), buffer, size) < 0 ? -1 : 0;
     if (result != 0) LOG_ERR("Read config failed!\n");
     board_detach(mounted);
     return result;
@@ -197,7 +198,7 @@ int fullndi_config_save(const char* text, size_t length) {
     bool mounted = false;
     const int attached = board_attach(mounted, __func__);
     if (attached != 0) return attached;
-    const int fd = open(kConfig, O_WRONLY | O_CREAT | O_TRUNC, kSaveMode);
+    const int fd = open(platform_path(kConfig).c_str(), O_WRONLY | O_CREAT | O_TRUNC, kSaveMode);
     if (fd >= 0) {
         for (size_t done = 0; done < length;) {
             const ssize_t n = write(fd, text + done, length - done);

@@ -16,6 +16,7 @@
 #include "json/json_describe.h"
 #include "json/json_image.h"
 #include "json/json_section.h"
+#include "platform/platform.h"
 #include "support/compiled.h"
 
 namespace {
@@ -68,13 +69,13 @@ constexpr WriteLine own(std::string_view name, JsonType type, int (*fn)(const cJ
 
 constexpr int kWbOnePushState = 3;
 constexpr int kWbOnePushPolls = 101;
-constexpr useconds_t kWbPollGapUs = 1000;
+constexpr int kWbPollGapMs = 1;
 
 int set_wb_mode(const char* mode) {
     if (image_wb_mode_set(mode) != 0) return -1;
     if (strcasecmp(mode, "one push") == 0) {
         for (int poll = 0; poll < kWbOnePushPolls; ++poll) {
-            if (poll > 0) usleep(kWbPollGapUs);
+            if (poll > 0) platform_sleep_ms(kWbPollGapMs);
             if (image_wb_mode_get() != kWbOnePushState) break;  // done, or the inquiry failed
         }
     }

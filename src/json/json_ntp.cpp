@@ -13,6 +13,7 @@
 #include "json/json_fields.h"
 #include "json/json_section.h"
 #include "support/owners.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -20,7 +21,7 @@ constexpr const char* kReadyFile = "/tmp/ntpready";  // made by the time service
 
 // 1 once the time service has synchronised.
 cJSON* read_state(const Field&, const uint8_t*, int) {
-    return cJSON_CreateNumber(access(kReadyFile, F_OK) == 0 ? 1 : 0);
+    return cJSON_CreateNumber(access(platform_path(kReadyFile).c_str(), F_OK) == 0 ? 1 : 0);
 }
 
 constexpr auto kFields = std::to_array<Field>({

@@ -12,6 +12,7 @@
 #include <iterator>
 #include <string>
 
+#include "platform/platform.h"
 #include "json/json_section.h"
 #include "support/memmap.h"
 
@@ -64,21 +65,18 @@ void answer_register(cJSON* answer, const char* key, uint32_t address) {
     json_answer(answer, key, cJSON_CreateString(text));
 }
 
-// Where "file ctrl" paths are taken from: the device's own root, or, for a
-// test or a fuzzing run, a directory of its own ("" is the root).
-std::string g_file_root;
-
-// The path to open, or "" when a test root is set and the path would leave it.
+// The path to open: on the device any path; below a test or fuzzing run's
+// root, "" when the path would leave it.
 std::string file_path(const char* path) {
-    if (g_file_root.empty()) return path;
+    const char* root = platform().root;
+    if (root == nullptr || *root == '\0') return path;
     const std::string p = path;
     if (p.find("..") != std::string::npos) return {};
-    return g_file_root + "/" + p;
+    return std::string(root) + "/" + p;
 }
 
 }  // namespace
 
-void json_file_ctrl_set_root(const char* dir) { g_file_root = dir != nullptr ? dir : ""; }
 
 // Every member's key is a register; its value does not matter. An address
 // that does not parse or may not be reached is answered false without

@@ -7,7 +7,6 @@ struct cJSON;
 int json_reg_get_ctrl(cJSON* member, cJSON* reply);
 int json_reg_set_ctrl(cJSON* member, cJSON* reply);
 int json_file_ctrl_set_ctrl(cJSON* member, cJSON* reply);
-
-// Confines "file ctrl" to `dir` (paths with ".." refused); null or "" is the
-// device's own root again. For tests and fuzzing runs.
-void json_file_ctrl_set_root(const char* dir);
+ 
+// Below a platform root of a test or fuzzing run, "file ctrl" stays inside
+// it (paths with ".." refused).

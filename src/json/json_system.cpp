@@ -29,6 +29,7 @@
 #include "json/json_section.h"
 #include "json/json_system_rows.h"
 #include "net/net_config.h"
+#include "platform/platform.h"
 #include "support/log.h"
 #include "support/owners.h"
 #include "support/support.h"
@@ -74,7 +75,7 @@ std::tm local_now() {
             tzset();
         }
     }
-    const std::time_t t = std::time(nullptr);
+    const std::time_t t = platform_now();
     std::tm tm{};
     localtime_r(&t, &tm);
     return tm;

@@ -21,6 +21,7 @@
 #include "json/json_section.h"
 #include "json/json_system.h"
 #include "json/json_system_rows.h"
+#include "platform/platform.h"
 #include "net/net_config.h"
 #include "support/log.h"
 #include "support/owners.h"
@@ -46,7 +47,7 @@ constexpr int kLogLinksMax = 128;
 // bytes, without its line end; empty when it cannot be read.
 std::string small_file(const char* path) {
     char text[128] = "";
-    if (file_read_text(path, text, sizeof text) < 0) return {};
+    if (file_read_text(platform_path(path).c_str(), text, sizeof text) < 0) return {};
     return std::string(text, std::strcspn(text, "\r\n"));
 }
 
@@ -62,7 +63,7 @@ int sd_state() { return std::atoi(small_file(kSdStatus).c_str()); }
 // ready or its file system cannot be asked.
 cJSON* sd_size(bool available) {
     struct statfs fs {};
-    if (sd_state() != 1 || statfs(kSdMount, &fs) != 0) return cJSON_CreateFalse();
+    if (sd_state() != 1 || statfs(platform_path(kSdMount).c_str(), &fs) != 0) return cJSON_CreateFalse();
     const unsigned long long blocks = available ? fs.f_bavail : fs.f_blocks;
     return cJSON_CreateNumber(
         static_cast<double>((blocks * static_cast<unsigned long long>(fs.f_bsize)) >> 20));
@@ -72,7 +73,7 @@ cJSON* sd_avail_size(const Field&, const uint8_t*, int) { return sd_size(true); 
 cJSON* sd_state_value(const Field&, const uint8_t*, int) { return cJSON_CreateNumber(sd_state()); }
 
 cJSON* sd_filelist(const Field&, const uint8_t*, int) {
-    DIR* dir = opendir(kSdFiles);
+    DIR* dir = opendir(platform_path(kSdFiles).c_str());
     if (dir == nullptr) return nullptr;
     cJSON* list = cJSON_CreateArray();
     for (const dirent* entry = readdir(dir); entry != nullptr && list != nullptr; entry = readdir(dir)) {
@@ -130,7 +131,7 @@ bool sd_delete_one(const cJSON* name) {
     if (text.empty() || text == "." || text.find("..") != std::string_view::npos ||
         text.find('/') != std::string_view::npos || text.size() > 255)
         return false;
-    const std::string path = std::string(kSdFiles) + "/" + std::string(text);
+    const std::string path = platform_path(kSdFiles) + "/" + std::string(text);
     return unlink(path.c_str()) == 0;
 }
 
@@ -169,7 +170,7 @@ cJSON* log_link(const std::string& host, int port, const char* file) {
 
 int get_log(const Row&, cJSON* item, cJSON* answer) {
     struct stat st {};
-    if (lstat(kWebTmp, &st) != 0) {
+    if (lstat(platform_path(kWebTmp).c_str(), &st) != 0) {
         pox_system("ln -s /tmp /opt/ipnc/www/tmp");
     } else if (!S_ISLNK(st.st_mode)) {
         return give(item, answer, nullptr);
@@ -182,14 +183,14 @@ int get_log(const Row&, cJSON* item, cJSON* answer) {
         return give(item, answer, log_link(host, port, "kernel.log"));
     }
     if (!same_word(item->valuestring, "app")) return give(item, answer, nullptr);
-    if (access("/tmp/system.log.0", F_OK) != 0) return give(item, answer, log_link(host, port, "system.log"));
+    if (access(platform_path("/tmp/system.log.0").c_str(), F_OK) != 0) return give(item, answer, log_link(host, port, "system.log"));
     cJSON* links = cJSON_CreateArray();
     if (links == nullptr) return give(item, answer, nullptr);
     cJSON_AddItemToArray(links, log_link(host, port, "system.log"));
     for (int n = 0; n + 1 < kLogLinksMax; ++n) {
         char name[32];
         std::snprintf(name, sizeof name, "system.log.%d", n);
-        if (access((std::string("/tmp/") + name).c_str(), F_OK) != 0) break;
+        if (access(platform_path((std::string("/tmp/") + name).c_str()).c_str(), F_OK) != 0) break;
         cJSON_AddItemToArray(links, log_link(host, port, name));
     }
     return give(item, answer, links);
@@ -208,7 +209,7 @@ void put_le(uint8_t* at, T value) {
 bool write_params(FILE* archive, uint32_t archive_length) {
     uint8_t header[kParamsHeaderSize];
     json_params_header(header, archive_length);
-    FilePtr out(std::fopen(kParamsFile, "wb"));
+    FilePtr out(std::fopen(platform_path(kParamsFile).c_str(), "wb"));
     if (!out) {
         LOG_ERR("%s open failed!\n", kParamsFile);
         return false;
@@ -235,7 +236,7 @@ bool write_params(FILE* archive, uint32_t archive_length) {
 
 int get_params(const Row&, cJSON* item, cJSON* answer) {
     pox_system("tar -zcvf /tmp/params.tar.gz /opt/params");
-    FilePtr archive(std::fopen(kParamsArchive, "rb"));
+    FilePtr archive(std::fopen(platform_path(kParamsArchive).c_str(), "rb"));
     struct stat st {};
     if (!archive || fstat(fileno(archive.get()), &st) != 0 || st.st_size < 0 ||
         static_cast<uint64_t>(st.st_size) > UINT32_MAX - kParamsHeaderSize ||
@@ -251,7 +252,7 @@ constexpr int kUpdatePortSpan = 1000;
 
 // Starts the update companion on a free port drawn at random.
 int start_update(const Row&, cJSON* item, cJSON* answer) {
-    std::srand(static_cast<unsigned>(std::time(nullptr)));
+    std::srand(static_cast<unsigned>(platform_now()));
     int port = -1;
     for (int tries = 0; tries < kUpdatePortSpan && port < 0; ++tries) {
         const int candidate = kUpdatePortBase + std::rand() % kUpdatePortSpan;

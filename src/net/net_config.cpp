@@ -26,11 +26,11 @@
 #include "support/log.h"
 #include "support/support.h"
 #include "net/net_io.h"
+#include "platform/platform.h"
 #include "support/owners.h"
 
 namespace net_io {
-std::string g_root;
-std::string rooted(const char* path) { return g_root + path; }
+std::string rooted(const char* path) { return platform_path(path); }
 FilePtr open_file(const std::string& path, const char* mode) {
     return FilePtr(std::fopen(path.c_str(), mode));
 }
@@ -53,7 +53,7 @@ using namespace net_io;
 
 namespace {
 
-const char* g_resolv_conf = "/etc/resolv.conf";  // tests point it elsewhere
+constexpr const char* kResolvConf = "/etc/resolv.conf";
 constexpr const char* kRouteFile = "/proc/net/route";
 
 uint32_t sockaddr_addr(const sockaddr& sa) {
@@ -91,9 +91,9 @@ int route_request(unsigned long request, uint32_t gateway) {
 
 // The n-th (0-based) counting "nameserver " line of resolv.conf.
 uint32_t read_name_server(int index, const char* who) {
-    FilePtr f = open_file(g_resolv_conf, "r");
+    FilePtr f = open_file(rooted(kResolvConf), "r");
     if (!f) {
-        LOG_DBG("%s: file \"%s\" opened for reading error!\n", who, g_resolv_conf);
+        LOG_DBG("%s: file \"%s\" opened for reading error!\n", who, kResolvConf);
         return 0;
     }
     char line[256];
@@ -110,9 +110,9 @@ uint32_t read_name_server(int index, const char* who) {
 }
 
 int write_name_servers(const char* const* servers, int count, const char* who) {
-    FilePtr f = open_file(g_resolv_conf, "w");
+    FilePtr f = open_file(rooted(kResolvConf), "w");
     if (!f) {
-        LOG_DBG("%s: file \"%s\" opened for writing error!\n", who, g_resolv_conf);
+        LOG_DBG("%s: file \"%s\" opened for writing error!\n", who, kResolvConf);
         return -1;
     }
     for (int i = 0; i < count; ++i) std::fprintf(f.get(), "nameserver %s\n", servers[i]);
@@ -332,5 +332,3 @@ std::string net_dotted(uint32_t addr) {
 
 std::string net_eth0_dotted() { return net_dotted(net_get_ifaddr("eth0")); }
 
-void net_set_resolv_path(const char* path) { g_resolv_conf = path != nullptr ? path : "/etc/resolv.conf"; }
-void net_set_file_root(const char* dir) { g_root = dir != nullptr ? dir : ""; }

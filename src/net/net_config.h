@@ -23,11 +23,6 @@ int net_set_gateway(uint32_t gateway);
 uint32_t net_get_gateway();
 int net_set_dns(const char* name_server);
 int net_set_dns1(const char* name_server);
-// The resolver's file the name-server calls use (null: /etc/resolv.conf).
-void net_set_resolv_path(const char* path);
-// Where /proc/net/route, /proc/net/dev and /sys/class/net/IF/carrier are
-// read from: below `dir` (null or "": the system's own).
-void net_set_file_root(const char* dir);
 int net_set_dns2(const char* first, const char* second);
 uint32_t net_get_dns();
 uint32_t net_get_dns1();

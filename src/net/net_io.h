@@ -14,8 +14,7 @@
 
 namespace net_io {
 
-// The kernel's files below this root ("": the system's own).
-extern std::string g_root;
+// A kernel or system file below the platform's root.
 std::string rooted(const char* path);
 
 // An owned descriptor.

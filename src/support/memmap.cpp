@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "platform/platform.h"
 #include "support/log.h"
 
 namespace {
@@ -29,8 +30,6 @@ struct MapNode {
 };
 
 MapNode* g_head = nullptr;
-int g_fd = -1;
-std::string g_device = kDevice;
 
 // The list keeps process addresses in 32 bits, so a mapping must lie below
 // 4 GiB: the first free place from kLowStart on is taken, and a mapping that
@@ -39,11 +38,11 @@ constexpr uintptr_t kLowStart = 0x30000000;
 constexpr uintptr_t kLowEnd = 0x100000000ULL;
 constexpr int kLowTries = 4096;
 
-void* map_low(size_t length, uint32_t offset) {
+void* map_low(int fd, size_t length, uint32_t offset) {
     uintptr_t at = kLowStart;
     for (int i = 0; i < kLowTries && at + length <= kLowEnd; ++i) {
         void* addr = mmap(reinterpret_cast<void*>(at), length, PROT_READ | PROT_WRITE,
-                          MAP_SHARED | MAP_FIXED_NOREPLACE, g_fd, static_cast<off_t>(offset));
+                          MAP_SHARED | MAP_FIXED_NOREPLACE, fd, static_cast<off_t>(offset));
         if (addr != MAP_FAILED) {
             if (reinterpret_cast<uintptr_t>(addr) == at) return addr;
             // A kernel (or an emulator) that took the place as a hint only and
@@ -59,12 +58,6 @@ void* map_low(size_t length, uint32_t offset) {
 
 }  // namespace
 
-void memmap_set_device(const char* path) {
-    if (g_fd >= 0) close(g_fd);
-    g_fd = -1;
-    g_device = path != nullptr ? path : kDevice;  // copied: the caller's text may go
-}
-
 uintptr_t memmap(uint32_t phys, uint32_t size) {
     if (size == 0) {
         LOG_ERR("memmap():size can't be zero!\n");
@@ -77,20 +70,22 @@ uintptr_t memmap(uint32_t phys, uint32_t size) {
             return uintptr_t{n->vaddr} + (phys - n->base);
         }
     }
-    if (g_fd < 0) {
-        g_fd = open(g_device.c_str(), O_RDWR | O_SYNC);
-        if (g_fd < 0) {
-            LOG_ERR("memmap():open %s error!\n", g_device.c_str());
-            return 0;
-        }
-    }
     const uint32_t base = phys & ~(kPage - 1);
     const uint64_t length = ((uint64_t{size} + (phys % kPage) - 1) & ~uint64_t{kPage - 1}) + kPage;
     if (length > UINT32_MAX) {
         LOG_ERR("memmap():mmap @ 0x%x error!\n", base);
         return 0;
     }
-    void* addr = map_low(static_cast<size_t>(length), base);
+    // The device below the platform's root, open only while a new mapping
+    // is made (the mapping outlives the descriptor).
+    const std::string device = platform_path(kDevice);
+    const int fd = open(device.c_str(), O_RDWR | O_SYNC);
+    if (fd < 0) {
+        LOG_ERR("memmap():open %s error!\n", device.c_str());
+        return 0;
+    }
+    void* addr = map_low(fd, static_cast<size_t>(length), base);
+    close(fd);
     if (addr == MAP_FAILED) {
         LOG_ERR("memmap():mmap @ 0x%x error!\n", base);
         return 0;

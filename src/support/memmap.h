@@ -16,7 +16,3 @@ int64_t ambmd(uint32_t phys);              // the value, or -1
 // or read-only; 0 on failure.
 void* mmapfile(const char* path, uint32_t length);
 void* mmapfile_r(const char* path, uint32_t length);
-
-// The device the physical addresses are mapped from ("/dev/ambad"; tests
-// point it at a file of their own). Closes a device already open.
-void memmap_set_device(const char* path);

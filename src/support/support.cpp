@@ -19,6 +19,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/platform.h"
 #include "support/log.h"
 #include "support/owners.h"
 
@@ -86,18 +87,12 @@ void hex_layout(const uint8_t* data, int count, Byte on_byte, End on_line_end) {
 
 }  // namespace
 
-namespace {
-int (*g_shell)(const char* command) = nullptr;
-}
-
-void pox_system_set_runner(int (*runner)(const char* command)) { g_shell = runner; }
-
 int pox_system(const char* command) {
     if (!command) {
         LOG_ERR("Exec %s failed!\n", "NULL");
         return -1;
     }
-    if (g_shell != nullptr) return g_shell(command);
+    if (const auto shell = platform().shell) return shell(command);
     int status;
     {
         DefaultChildSignal guard;

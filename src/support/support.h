@@ -4,10 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+// Runs a shell line (through the installed platform's shell): its status.
 int pox_system(const char* command);
-// The shell seam: tests install a runner that journals the lines instead of
-// running them (null: the shell again).
-void pox_system_set_runner(int (*runner)(const char* command));
 // Runs a command the same way and collects what it prints on standard output
 // into `out` (cut to size - 1 bytes, always terminated). Returns the exit
 // status as pclose reports it, or -1 when the command cannot be started.

@@ -1,7 +1,8 @@
-// One scripted camera behind the camera transport seam for the unit tests.
+// One scripted camera behind the platform's camera for the unit tests.
 // Every exchange is logged in order; a packet that waits for an answer gets
 // the one `answer` gives when it is set, otherwise the next queued reply.
-// No answer (nullopt, or an empty queue) fails the channel.
+// No answer (nullopt, or an empty queue) fails the channel; `timed_out`
+// makes the channel say the camera let the time run out (-2).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "camera/image_ctrl.h"
+#include "platform/platform.h"
 #include "hex_text.h"
 
 namespace fake {
@@ -32,6 +34,7 @@ struct FakeCamera {
     std::vector<Exchange> log;
     std::deque<std::optional<Bytes>> queue;
     std::function<std::optional<Bytes>(const Bytes& packet)> answer;
+    bool timed_out = false;
 
     // The exchanges that carried a packet (flushes left out).
     std::vector<Exchange> sends() const {
@@ -61,7 +64,7 @@ inline int fake_wait(uint8_t* packet, int length, int* capacity) {
         reply = cam.queue.front();
         cam.queue.pop_front();
     }
-    if (!reply) return -1;
+    if (!reply) return cam.timed_out ? -2 : -1;
     int n = static_cast<int>(reply->size());
     if (capacity) {
         n = std::min(n, *capacity);
@@ -75,18 +78,17 @@ inline int fake_nowait(const uint8_t* packet, int length) {
     return 0;
 }
 inline void fake_flush() { g_fake_camera->log.push_back({"flush", {}}); }
-inline constexpr CamTransport kFakeTransport{fake_wait, fake_nowait, fake_flush};
 
-// Installs `camera` as the camera transport for as long as it lives.
+// Installs `camera` as the platform's camera for as long as it lives.
 struct CameraInstalled {
-    explicit CameraInstalled(FakeCamera& camera) {
-        g_fake_camera = &camera;
-        image_ctrl_set_transport(&kFakeTransport);
-    }
-    ~CameraInstalled() {
-        image_ctrl_set_transport(nullptr);
-        g_fake_camera = nullptr;
-    }
+    explicit CameraInstalled(FakeCamera& camera)
+        : patch((g_fake_camera = &camera, [](Platform& p) {
+              p.camera_wait = fake_wait;
+              p.camera_send = fake_nowait;
+              p.camera_flush = fake_flush;
+          })) {}
+    ~CameraInstalled() { g_fake_camera = nullptr; }
+    PlatformPatch patch;
 };
 
 // A test with `camera` installed for its length.

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/platform.h"
 #include "support/support.h"
 
 namespace fake {
@@ -21,16 +22,12 @@ inline int fake_shell_run(const char* command) {
     return g_fake_shell->status;
 }
 
-// Installs `shell` for as long as it lives.
+// Installs `shell` as the platform's shell for as long as it lives.
 struct ShellInstalled {
-    explicit ShellInstalled(FakeShell& shell) {
-        g_fake_shell = &shell;
-        pox_system_set_runner(fake_shell_run);
-    }
-    ~ShellInstalled() {
-        pox_system_set_runner(nullptr);
-        g_fake_shell = nullptr;
-    }
+    explicit ShellInstalled(FakeShell& shell)
+        : patch((g_fake_shell = &shell, [](Platform& p) { p.shell = fake_shell_run; })) {}
+    ~ShellInstalled() { g_fake_shell = nullptr; }
+    PlatformPatch patch;
 };
 
 }  // namespace fake

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "ipc/sys_port.h"
+#include "platform/platform.h"
 
 namespace fake {
 
@@ -55,7 +56,6 @@ inline SysState* fake_state(int) { return g_fake_system->present ? &g_fake_syste
 inline CamInfo* fake_cam() { return g_fake_system->present ? &g_fake_system->store->cam : nullptr; }
 inline AiInfo* fake_ai() { return g_fake_system->present ? &g_fake_system->store->ai : nullptr; }
 inline void* fake_ext() { return g_fake_system->present ? g_fake_system->store->ext : nullptr; }
-inline constexpr SysPort kFakeSysPort{fake_command, fake_info, fake_state, fake_cam, fake_ai, fake_ext};
 
 // Copies a command's payload over `size` bytes of the store at `offset`: the
 // server's part for a command that carries a whole block.
@@ -66,16 +66,19 @@ inline std::function<void(const Command&, SysStore&)> store_block(size_t offset,
     };
 }
 
-// Installs `sys` as the system port for as long as it lives.
+// Installs `sys` as the platform's system server for as long as it lives.
 struct SystemInstalled {
-    explicit SystemInstalled(FakeSystem& sys) {
-        g_fake_system = &sys;
-        sys_port_install(&kFakeSysPort);
-    }
-    ~SystemInstalled() {
-        sys_port_install(nullptr);
-        g_fake_system = nullptr;
-    }
+    explicit SystemInstalled(FakeSystem& sys)
+        : patch((g_fake_system = &sys, [](Platform& p) {
+              p.sys_command = fake_command;
+              p.sys_info = fake_info;
+              p.sys_state = fake_state;
+              p.cam_info = fake_cam;
+              p.ai_info = fake_ai;
+              p.ext_info = fake_ext;
+          })) {}
+    ~SystemInstalled() { g_fake_system = nullptr; }
+    PlatformPatch patch;
 };
 
 // A test with `sys` installed for its length.

@@ -12,6 +12,7 @@
 #include "front/web.h"
 #include "debug_texts.h"
 #include "remote/session.h"
+#include "fake_files.h"
 #include "scratch.h"
 
 namespace {
@@ -156,8 +157,9 @@ TEST(FrontRequests, Rows) {
     EXPECT_EQ(json_ptz_ctrl(-1, 1), 0);
 }
 
-// The firmware upload: each row writes into a fresh file (or into `where`
-// when it names a place that cannot be written) and says what the file holds
+// The firmware upload: each row writes into a fresh /tmp/update.bin below a
+// root of its own (or, as `where` says, into a root without /tmp or onto a
+// full disk) and says what the file holds
 // afterwards and whether the image counts as complete.
 TEST(FrontUpload, Rows) {
     struct Upload {
@@ -177,17 +179,17 @@ TEST(FrontUpload, Rows) {
         {"every piece appended", true, {{image, nullptr}, {"tail", nullptr}}, {size(5000), size(4)}, nullptr, true, image + "tail"},
         {"a short body stops at what arrived", true, {{std::string(3000, 'u'), "5000"}, {"", "0"}},
          {size(3000), size(0)}, nullptr, true, std::string(3000, 'u')},
-        {"no directory", true, {{std::string(2100, 'z'), nullptr}}, {size(2100)}, "/nonexistent-dir/update.bin", false, ""},
-        {"a full disk", true, {{std::string(2100, 'z'), nullptr}}, {size(2100)}, "/dev/full", false, ""},
+        {"no directory", true, {{std::string(2100, 'z'), nullptr}}, {size(2100)}, "no /tmp", false, ""},
+        {"a full disk", true, {{std::string(2100, 'z'), nullptr}}, {size(2100)}, "full", false, ""},
         {"not armed: an unknown name", false, {{std::string(100, 'z'), nullptr}}, {kErrorParams}, nullptr, true, ""},
     };
     // clang-format on
-    const Scratch dir("front_upload");
-    const std::string path = dir.path("update.bin");
     for (const Upload& u : rows) {
         SCOPED_TRACE(u.name);
-        std::remove(path.c_str());
-        upload_set_path(u.where ? u.where : path.c_str());
+        const Scratch dir("front_upload");
+        const fake::RootInstalled root(dir.path());
+        const std::string path = u.where && std::string(u.where) == "no /tmp" ? "" : root.make("/tmp/update.bin");
+        if (u.where && std::string(u.where) == "full") std::filesystem::create_symlink("/dev/full", path);
         upload_set_armed(true);  // arming forgets a piece lost before
         upload_set_armed(u.armed);
         for (size_t i = 0; i < u.pieces.size(); ++i) {
@@ -201,7 +203,6 @@ TEST(FrontUpload, Rows) {
         EXPECT_EQ(upload_is_complete(), u.complete);
     }
     upload_set_armed(false);
-    upload_set_path(nullptr);
 }
 
 // Every movement of "sendPTZ" is logged at debug level with its own text,

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "json_reply.h"
+#include "fake_files.h"
 #include "scratch.h"
 #include "json/json_ctrl_func.h"
 #include "json/json_reg.h"
@@ -15,18 +16,11 @@ namespace {
 
 class RegFile : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::ofstream(device_, std::ios::binary) << std::string(64 * 1024, '\0');
-        memmap_set_device(device_.c_str());
-        json_file_ctrl_set_root(dir_.path().c_str());
-    }
-    void TearDown() override {
-        memmap_set_device(nullptr);
-        json_file_ctrl_set_root(nullptr);
-    }
+    void SetUp() override { std::ofstream(device_, std::ios::binary) << std::string(64 * 1024, '\0'); }
     std::string slurp(const std::string& name) const { return ::slurp(dir_.path(name)); }
     Scratch dir_{"reg_file"};
-    std::string device_ = dir_.path("ambad");
+    fake::RootInstalled root_{dir_.path()};
+    std::string device_ = root_.make("/dev/ambad");
 };
 
 TEST_F(RegFile, MappingsAreSharedCountedAndPageRounded) {
@@ -56,9 +50,9 @@ TEST_F(RegFile, MappingsAreSharedCountedAndPageRounded) {
 TEST_F(RegFile, RegistersRoundTripThroughTheDevice) {
     EXPECT_EQ(ambmm(0x2008, 0xDEADBEEF), 0);
     EXPECT_EQ(ambmd(0x2008), 0xDEADBEEF);
-    const std::string bytes = slurp("ambad").substr(0x2008, 4);
+    const std::string bytes = slurp("dev/ambad").substr(0x2008, 4);
     EXPECT_EQ(bytes, std::string("\xEF\xBE\xAD\xDE", 4));
-    memmap_set_device(dir_.path("absent").c_str());
+    const fake::RootInstalled elsewhere(dir_.path("absent"));  // no device there
     EXPECT_EQ(ambmd(0x2008), -1);
     EXPECT_EQ(ambmm(0x2008, 1), -1);
 }

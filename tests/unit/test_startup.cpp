@@ -9,6 +9,7 @@
 #include "ipc/file_msg_drv.h"
 #include "ipc/sys_msg_drv.h"
 #include "records/records.h"
+#include "fake_files.h"
 #include "scratch.h"
 #include "support/elog.h"
 #include "test_ipc_peer.h"
@@ -32,7 +33,6 @@ protected:
     }
     void TearDown() override {
         system_deinit();
-        print_conf_set_path(nullptr);
         g_print_level = saved_level_;
         for (int key : {kSysMsgKey, kSysInfoKey, kCamMsgKey}) remove_queue(key);
         for (int key : {kSysMsgKey, kSysInfoKey}) remove_segment(key);
@@ -69,7 +69,8 @@ TEST_F(Startup, AllLinksOpenInOrderAndCloseAgain) {
 // next request is handled, and only then.
 TEST_F(Startup, SigusrReloadsThePrintLevelBeforeTheNextRequest) {
     const Scratch dir("startup_level");
-    const std::string conf = dir.path("print.conf");
+    const fake::RootInstalled root(dir.path());
+    const std::string conf = root.make("/opt/params/print.conf");
     const auto level_after = [&conf](const char* word, bool signal) {
         std::ofstream(conf) << "OTHER error\nFASTCGI " << word << "\n";
         const int before = g_print_level;
@@ -83,7 +84,6 @@ TEST_F(Startup, SigusrReloadsThePrintLevelBeforeTheNextRequest) {
     unsetenv("QUERY_STRING");
     unsetenv("REQUEST_METHOD");
     std::ofstream(conf) << "FASTCGI debug\n";
-    print_conf_set_path(conf.c_str());
     make_store(sizeof(SysStore));
     ASSERT_EQ(system_init(), 0);
     EXPECT_EQ(g_print_level, 4);
