@@ -115,11 +115,34 @@ std::vector<std::string> parse_switches(const std::string& path) {
 
 // What a control file looked like when it was last read. While the file
 // exists it is watched: the kernel queues the watch's events within the
-// writer's own system call, so a change made before a request is always
-// seen when the request comes, and a file that did not change costs one
-// empty read of the watch instead of a look-up of its path.
+// writer's own system call and, in the same call, signals the thread that
+// reads the switches. The signal is taken before that thread's next system
+// call returns, so a change made before a request is always seen when the
+// request comes, and a file that did not change costs no system call at all.
+std::atomic<unsigned> g_switch_signals{0};
+
+void on_switch_signal(int) { g_switch_signals.fetch_add(1, std::memory_order_relaxed); }
+
+// The watch's events signal the calling thread.
+void signal_this_thread(int watch) {
+    static const int sig = [] {
+        const int n = SIGRTMIN + 3;
+        struct sigaction sa {};
+        sa.sa_handler = on_switch_signal;
+        sigemptyset(&sa.sa_mask);
+        sa.sa_flags = SA_RESTART;
+        sigaction(n, &sa, nullptr);
+        return n;
+    }();
+    const f_owner_ex owner{F_OWNER_TID, static_cast<pid_t>(::gettid())};
+    ::fcntl(watch, F_SETOWN_EX, &owner);
+    ::fcntl(watch, F_SETSIG, sig);
+    ::fcntl(watch, F_SETFL, ::fcntl(watch, F_GETFL) | O_ASYNC);
+}
+
 struct SwitchCache {
     std::string name;
+    unsigned seen = 0;      // g_switch_signals when the watch was last read
     int watch = -1;         // the inotify descriptor, once made
     bool watching = false;  // the file exists and changes are reported
     bool present = false;
@@ -158,6 +181,9 @@ const std::vector<std::string>& read_switches(std::string_view ctl_name) {
     }
     bool changed = false;
     if (c->watching) {
+        const unsigned signals = g_switch_signals.load(std::memory_order_relaxed);
+        if (signals == c->seen) return c->switches;
+        c->seen = signals;
         alignas(inotify_event) char events[4096];
         for (ssize_t n; (n = ::read(c->watch, events, sizeof events)) > 0;) {
             changed = true;
@@ -173,7 +199,11 @@ const std::vector<std::string>& read_switches(std::string_view ctl_name) {
     const std::string path = run_path(ctl_name);
     // The watch comes first, so that no change after the look below is missed.
     if (!c->watching) {
-        if (c->watch < 0) c->watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        if (c->watch < 0) {
+            c->watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+            if (c->watch >= 0) signal_this_thread(c->watch);
+        }
+        c->seen = g_switch_signals.load(std::memory_order_relaxed);
         c->watching = c->watch >= 0 && ::inotify_add_watch(c->watch, path.c_str(),
                                                            IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE |
                                                                IN_DELETE_SELF | IN_MOVE_SELF) >= 0;
