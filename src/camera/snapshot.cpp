@@ -38,7 +38,7 @@ void snap_links_make_room(const char* name) {
         time_t made;
     };
     std::vector<Link> links;
-    const std::string dir_path = platform_path(kSnapDir);
+    const std::string dir_path = platform_path(kSnapDir).c_str();
     if (DIR* dir = opendir(dir_path.c_str())) {
         while (const dirent* e = readdir(dir)) {
             const std::string entry = e->d_name;
@@ -81,7 +81,7 @@ int snapshot_take(const uint8_t (&request)[4]) {
         LOG_ERR("snapshot request failed\n");
         return -1;
     }
-    const std::string file = platform_path(kSnapFile);
+    const PlatformPath file = platform_path(kSnapFile);
     for (int i = 0; i < kSnapPolls; ++i) {
         if (access(file.c_str(), F_OK) == 0) return 0;
         platform_sleep_ms(100);

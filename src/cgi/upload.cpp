@@ -15,4 +15,4 @@ void upload_set_armed(bool armed) {
 bool upload_is_armed() { return g_armed; }
 void upload_mark_incomplete() { g_complete = false; }
 bool upload_is_complete() { return g_complete; }
-std::string upload_path() { return platform_path(kUploadPath); }
+PlatformPath upload_path() { return platform_path(kUploadPath); }

@@ -108,7 +108,7 @@ int device_preview() {
     }
 
     // Let a snapshot still being written finish, but do not wait forever.
-    const std::string snap_file = platform_path(kSnapFile);
+    const PlatformPath snap_file = platform_path(kSnapFile);
     for (int i = 0; i < kInUseWaitTries && file_in_use(snap_file.c_str()) == 1; ++i) platform_sleep_ms(500);
     pox_system("rm /tmp/snap.jpg 1>/dev/null 2>/dev/null");
 

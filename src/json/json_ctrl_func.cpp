@@ -120,7 +120,8 @@ Dispatched dispatch(const char* text, std::span<const JsonSection> sections) {
 
     reply_header(kHdrJson);
     JsonText printed(cJSON_Print(reply.get()));
-    if (printed) out_printf("%s\n", printed.get());
+    // Out of memory while printing: the reply still says the request failed.
+    out_printf("%s\n", printed ? printed.get() : "{\n\t\"status\":\tfalse\n}");
     return {0, std::move(printed)};
 }
 

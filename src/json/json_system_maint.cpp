@@ -131,7 +131,7 @@ bool sd_delete_one(const cJSON* name) {
     if (text.empty() || text == "." || text.find("..") != std::string_view::npos ||
         text.find('/') != std::string_view::npos || text.size() > 255)
         return false;
-    const std::string path = platform_path(kSdFiles) + "/" + std::string(text);
+    const std::string path = std::string(platform_path(kSdFiles).c_str()) + "/" + std::string(text);
     return unlink(path.c_str()) == 0;
 }
 

@@ -30,7 +30,7 @@
 #include "support/owners.h"
 
 namespace net_io {
-std::string rooted(const char* path) { return platform_path(path); }
+std::string rooted(const char* path) { return platform_path(path).c_str(); }
 FilePtr open_file(const std::string& path, const char* mode) {
     return FilePtr(std::fopen(path.c_str(), mode));
 }

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <cstdio>
+
 namespace {
 
 const Platform kReal{};
@@ -18,10 +20,11 @@ void platform_install(const Platform* platform) { g_platform = platform != nullp
 
 const Platform& platform() { return *g_platform; }
 
-std::string platform_path(const char* fixed) {
+PlatformPath platform_path(const char* fixed) {
+    PlatformPath path;
     const char* root = g_platform->root;
-    if (root == nullptr || *root == '\0') return fixed;
-    return std::string(root) + fixed;
+    std::snprintf(path.text, sizeof path.text, "%s%s", root != nullptr ? root : "", fixed);
+    return path;
 }
 
 std::time_t platform_now() { return platform_pick(&Platform::now, real_now)(); }

@@ -10,7 +10,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <string>
 
 #include "records/records.h"
 
@@ -55,8 +54,13 @@ Fn platform_pick(Fn Platform::*m, Fn real) {
     return chosen != nullptr ? chosen : real;
 }
 
-// A fixed path as the product opens it: below the installed root.
-std::string platform_path(const char* fixed);
+// A fixed path as the product opens it: below the installed root. A plain
+// buffer (a path past it is cut, which only a test's long root could make).
+struct PlatformPath {
+    char text[256];
+    const char* c_str() const { return text; }
+};
+PlatformPath platform_path(const char* fixed);
 std::time_t platform_now();
 void platform_sleep_ms(int ms);
 

@@ -78,7 +78,7 @@ uintptr_t memmap(uint32_t phys, uint32_t size) {
     }
     // The device below the platform's root, open only while a new mapping
     // is made (the mapping outlives the descriptor).
-    const std::string device = platform_path(kDevice);
+    const PlatformPath device = platform_path(kDevice);
     const int fd = open(device.c_str(), O_RDWR | O_SYNC);
     if (fd < 0) {
         LOG_ERR("memmap():open %s error!\n", device.c_str());

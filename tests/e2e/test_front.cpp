@@ -142,12 +142,4 @@ TEST(FrontE2E, PreviewIsAJpegOfTheSnapshotOrTheStoredLogo) {
     ASSERT_EQ(reply.rfind(head + "\xFF\xD8", 0), 0u);
     EXPECT_TRUE(reply.ends_with("\xFF\xD9"));
     EXPECT_EQ(syscmd.take(1), Lines{"41 68 01 40 41"});
-
-    // more than one 1024-byte piece, zero bytes included
-    const std::string logo = "\xFF\xD8logo" + std::string(3000, '\0') + "\xFF\xD9";
-    const std::string logo_path = run_path("root/opt/params/logo.jpg");
-    std::ofstream(logo_path, std::ios::binary) << logo;
-    EXPECT_EQ(get("path=/MW-API/V1/PREVIEW/IMAGE"), head + logo);
-    std::remove(logo_path.c_str());
-    EXPECT_EQ(syscmd.since(), Lines{});
 }

@@ -86,7 +86,9 @@ struct CameraInstalled {
               p.camera_wait = fake_wait;
               p.camera_send = fake_nowait;
               p.camera_flush = fake_flush;
-          })) {}
+          })) {
+        image_ctrl_request_begin();  // a camera silent in an earlier test answers again
+    }
     ~CameraInstalled() { g_fake_camera = nullptr; }
     PlatformPatch patch;
 };

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fake_camera.h"
+#include "fake_files.h"
 #include "fake_shell.h"
 #include "fake_system.h"
 #include "hex_text.h"
@@ -55,13 +56,15 @@ inline void run_section_cases(FakeSystem& sys, FakeShell& shell, const std::vect
     }
 }
 
-// A section test with the fake system server, shell and camera installed.
+// A section test with the fake system server, shell, camera and clock installed.
 class SectionTest : public FakeSystemTest {
 protected:
     FakeShell shell;
     ShellInstalled installed_shell{shell};
     FakeCamera camera;
     CameraInstalled installed_camera{camera};
+    FakeClock clock;
+    ClockInstalled installed_clock{clock};
 };
 
 }  // namespace fake

@@ -6,6 +6,9 @@
 
 #include "cgi/upload.h"
 #include "json/json_system.h"
+#include <fstream>
+
+#include "scratch.h"
 #include "section_cases.h"
 
 namespace {
@@ -115,10 +118,12 @@ const std::vector<Case> kCases = {
      {}, {"/opt/ipnc/sys_update 1>/dev/console 2>/dev/console &"}},
     {"post_update other text", true, R"({"system":{"post_update":"stop"}})",
      R"({"system":{"post_update":false},"status":false})", {}, {}},
-    {"date keeps the time of day", true, R"({"system":{"date":"2026-1-2"}})", "", {"68 01"},
-     {"date -s \"2026-1-2 *:*:*\";hwclock -w &"}},
-    {"time keeps the date", true, R"({"system":{"time":"7:5:3"}})", "", {"68 01"},
-     {"date -s \"*-*-* 7:5:3\";hwclock -w &"}},
+    {"date and time read from the clock", false, R"({"system":{"date":true,"time":true}})",
+     R"({"system":{"date":"2025-11-25","time":"12:00:00"},"status":true})", {}, {}},
+    {"date keeps the time of day", true, R"({"system":{"date":"2026-1-2"}})",
+     R"({"system":{"date":"2025-11-25"},"status":true})", {"68 01"}, {"date -s \"2026-1-2 12:0:0\";hwclock -w &"}},
+    {"time keeps the date", true, R"({"system":{"time":"7:5:3"}})", R"({"system":{"time":"12:0:0"},"status":true})",
+     {"68 01"}, {"date -s \"2025-11-25 7:5:3\";hwclock -w &"}},
     {"update companion", true, R"({"system":{"update":3}})", "", {},
      {"killall websocketserver", "/opt/ipnc/websocketserver -p * -s 3 1>/dev/console 2>/dev/console &"}},
     {"sd delete outside the folder", true, R"({"system":{"sd":{"delete":["../x","a/b",""],"other":1}}})",
@@ -173,6 +178,46 @@ TEST_F(JsonSystem, UpdateKeepsTheFirstPort) {
     json_reply(json_set_ctrl, R"({"system":{"update":1}})");
     EXPECT_EQ(sys.state().updateProgress, 1u);
     EXPECT_EQ(sys.state().updatePort, 5123u);
+}
+
+// The members that read and write the camera's files, below a root of the
+// test's own: log links, the SD card's state, recordings and format.
+TEST_F(JsonSystem, FilesBelowTheRoot) {
+    const Scratch dir("system_files");
+    const fake::RootInstalled root(dir.path());
+    std::filesystem::create_directories(dir.path("opt/ipnc/www"));
+    std::filesystem::create_directory_symlink("/tmp", dir.path("opt/ipnc/www/tmp"));
+    sys.info().httpPort = 8080;
+    sys.state().sdPresent = 1;
+    std::ofstream(root.make("/tmp/sd.status")) << "1\n";
+    std::ofstream(root.make("/tmp/sddev")) << "mmcblk0p1\n";
+    std::ofstream(root.make("/mnt/sd/DCIM/REC_0001.mp4")) << "x";
+    std::ofstream(root.make("/tmp/sd.keep")) << "x";
+    std::string links = "\"http://0.0.0.0:8080/tmp/system.log\"";
+    for (int n = 0; n < 3; ++n) {
+        std::ofstream(root.make("/tmp/system.log." + std::to_string(n))) << "line\n";
+        links += ",\"http://0.0.0.0:8080/tmp/system.log." + std::to_string(n) + "\"";
+    }
+    // clang-format off
+    const std::vector<Case> cases = {
+        {"the rotated logs one link each", false, R"({"system":{"log":"app"}})",
+         R"({"system":{"log":[)" + links + R"(]},"status":true})", {}, {}},
+        {"the kernel's log written first", false, R"({"system":{"log":"kernel"}})",
+         R"({"system":{"log":"http://0.0.0.0:8080/tmp/kernel.log"},"status":true})", {}, {"dmesg > /tmp/kernel.log"}},
+        {"state and recordings", false, R"({"system":{"sd":{"state":true,"filelist":true}}})",
+         R"({"system":{"sd":{"state":1,"filelist":["REC_0001.mp4"]}},"status":true})", {}, {}},
+        {"format runs the card's three lines", true, R"({"system":{"sd":{"format":"fat32"}}})",
+         R"({"system":{"sd":{"format":true}},"status":true})", {},
+         {"umount -fl /mnt/sd", "mkfs.vfat /dev/mmcblk0p1", "sd-automount mmcblk0p1"}},
+        {"one answer for every name; the good one still goes", true,
+         R"({"system":{"sd":{"delete":["REC_0001.mp4","../../tmp/sd.keep"]}}})",
+         R"({"system":{"sd":{"delete":false}},"status":false})", {}, {}},
+        {"gone from the list", false, R"({"system":{"sd":{"filelist":true}}})",
+         R"({"system":{"sd":{"filelist":[]}},"status":true})", {}, {}},
+    };
+    // clang-format on
+    fake::run_section_cases(sys, shell, cases);
+    EXPECT_TRUE(std::filesystem::exists(dir.path("tmp/sd.keep")));
 }
 
 TEST(ParamsHeader, Fields) {
