@@ -39,6 +39,10 @@ inline void* ext() { return g_store.ext; }
 
 // No shell line runs: the firmware commands are the camera's, not this host's.
 inline int shell(const char*) { return 0; }
+inline int shell_read(const char*, char* out, size_t size) {
+    if (out != nullptr && size > 0) out[0] = '\0';
+    return 0;
+}
 
 inline void check_framed(const uint8_t* packet, int length) {
     if (!visca::framed(packet, length)) __builtin_trap();
@@ -75,7 +79,8 @@ inline Platform g_platform{.camera_wait = wait,
                            .cam_info = cam,
                            .ai_info = ai,
                            .ext_info = ext,
-                           .shell = shell};
+                           .shell = shell,
+                           .shell_read = shell_read};
 
 // The scratch directory every fixed path is taken below, made on first use
 // in the working directory and removed when the run ends.

@@ -28,8 +28,10 @@ struct Platform {
     CamInfo* (*cam_info)() = nullptr;
     AiInfo* (*ai_info)() = nullptr;
     void* (*ext_info)() = nullptr;
-    // A shell line: its exit status.
+    // A shell line: its exit status; and one whose output is read into
+    // `out` (cut to size - 1 bytes, terminated): its status as pclose says.
     int (*shell)(const char* line) = nullptr;
+    int (*shell_read)(const char* line, char* out, size_t size) = nullptr;
     // The current request's reply and body streams.
     size_t (*out_write)(const void* data, size_t size) = nullptr;
     size_t (*in_read)(void* data, size_t size) = nullptr;

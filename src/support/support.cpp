@@ -105,6 +105,7 @@ int pox_system(const char* command) {
 int pox_popen(const char* command, char* out, size_t size) {
     if (out && size > 0) out[0] = '\0';
     if (!command) return -1;
+    if (const auto read = platform().shell_read) return read(command, out, size);
     DefaultChildSignal guard;
     FILE* fp = ::popen(command, "r");
     if (!fp) {

@@ -15,7 +15,8 @@ namespace {
 struct PictureCase {
     const char* name;
     std::string logo;     // the stored logo's bytes, or "" for none
-    int server;           // 0: the picture lands, 1: it never does, 2: the command is refused
+    int server;           // 0: the picture lands, 1: it never does, 2: the command is refused,
+                          // 3: it lands, but the last one is still being written
     const char* snap;     // the snapshot's name (image_snapshot), or nullptr for the preview
     int result;           // image_snapshot's result
     std::string sent;     // the command, or ""
@@ -37,6 +38,8 @@ const PictureCase kCases[] = {
     {"the preview sends the stored logo whole", kLogo, 0, nullptr, 0, "", {}, 0, kLogo},
     {"the preview sends a new snapshot", "", 0, nullptr, 0, "41 68 01 40 41",
      {"rm /tmp/snap.jpg 1>/dev/null 2>/dev/null"}, 0, "JPEG"},
+    {"a picture still being written is waited for, 10 s at most", "", 3, nullptr, 0, "41 68 01 40 41",
+     {"rm /tmp/snap.jpg 1>/dev/null 2>/dev/null"}, 10000, "JPEG"},
     {"a preview without a picture is the header alone", "", 1, nullptr, 0, "41 68 01 40 41",
      {"rm /tmp/snap.jpg 1>/dev/null 2>/dev/null"}, 3000, ""},
 };
@@ -55,8 +58,9 @@ TEST_F(Picture, SnapshotsAndPreview) {
         clock.slept_ms = 0;
         sys.refuse.clear();
         if (c.server == 2) sys.refuse.insert(41);
+        shell.output = c.server == 3 ? " 1234" : "";
         sys.on_command = [&](const fake::Command& cmd, SysStore&) {
-            if (cmd.id == 41 && c.server == 0) std::ofstream(root.make("/tmp/snap.jpg")) << "JPEG";
+            if (cmd.id == 41 && c.server != 1) std::ofstream(root.make("/tmp/snap.jpg")) << "JPEG";
         };
         if (c.snap != nullptr) {
             EXPECT_EQ(image_snapshot(1, c.snap, 1920, 1080, 0), c.result);
