@@ -10,7 +10,6 @@
 #include "front/post_cmd.h"
 #include "cgi/reply.h"
 #include "front/web.h"
-#include "debug_texts.h"
 #include "remote/session.h"
 #include "fake_files.h"
 #include "scratch.h"
@@ -205,15 +204,3 @@ TEST(FrontUpload, Rows) {
     upload_set_armed(false);
 }
 
-// Every movement of "sendPTZ" is logged at debug level with its own text,
-// whether or not the camera link is up; an unknown type logs nothing.
-TEST(FrontPost, MovementsLogTheirText) {
-    const std::string texts = debug_texts(
-        [] {
-            for (int type = 0; type <= 12; ++type) json_ptz_ctrl(type, 1);
-        },
-        "Tram");
-    EXPECT_EQ(texts,
-              "PTZ Stop\nHome\nPTZ Up\nPTZ Right\nPTZ Down\nPTZ Left\n"
-              "Focus Far\nFocus Near\nFocus Stop\nZoom In\nZoom Out\nZoom Stop\n");
-}

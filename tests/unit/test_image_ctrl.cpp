@@ -4,7 +4,6 @@
 // "w- .." (waited, no capacity) or "flush".
 
 #include "camera/image_ctrl.h"
-#include "debug_texts.h"
 #include "fake_camera.h"
 
 namespace {
@@ -191,20 +190,6 @@ TEST_F(ImageCtrl, Rows) {
         for (const fake::Exchange& e : camera.log) log.push_back(exchange(e));
         EXPECT_EQ(log, row.log);
     }
-}
-
-// Each accepted drive names its direction at debug level; refused ones stay silent.
-TEST_F(ImageCtrl, DrivesLogTheirDirection) {
-    const std::string texts = debug_texts([] {
-        for (int direction : {0, 1, 2}) image_zoom_ctrl(direction, 1);
-        image_zoom_ctrl(1, 8);
-        for (int direction : {0, 1, 2}) image_focus_ctrl(direction, 1);
-        for (int action = 0; action <= 11; ++action) image_ptz_ctrl(action, 1);
-    });
-    EXPECT_EQ(texts,
-              "Zoom Stop\nZoom In\nZoom Out\nFocus Stop\nFocus Near\nFocus Far\n"
-              "PTZ Stop\nPTZ Up\nPTZ Down\nPTZ Left\nPTZ Right\nPTZ Home\nPTZ Reset\n"
-              "PTZ Up Left\nPTZ Down Left\nPTZ Up Right\nPTZ Down Right\n");
 }
 
 }  // namespace
