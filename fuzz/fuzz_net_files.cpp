@@ -36,7 +36,8 @@ std::vector<std::string> parts(const uint8_t* data, size_t size, size_t count) {
 const std::string& root() {
     static const std::string dir = [] {
         const std::string& d = fuzz::root();
-        for (const char* sub : {"/proc/net", "/sys/class/net/eth0", "/etc"}) std::filesystem::create_directories(d + sub);
+        for (const char* sub : {"/proc/net", "/sys/class/net/eth0", "/etc"})
+            std::filesystem::create_directories(d + sub);
         return d;
     }();
     return dir;

@@ -69,7 +69,9 @@ int out_printf(const char* format, ...) {
     return n;
 }
 
-size_t out_write(const void* data, size_t size) { return platform_pick(&Platform::out_write, real_write)(data, size); }
+size_t out_write(const void* data, size_t size) {
+    return platform_pick(&Platform::out_write, real_write)(data, size);
+}
 
 int in_getchar() {
     if (const auto read = platform().in_read) {
@@ -79,7 +81,9 @@ int in_getchar() {
     return FCGI_getchar();
 }
 
-size_t in_read(void* buffer, size_t size) { return platform_pick(&Platform::in_read, real_read)(buffer, size); }
+size_t in_read(void* buffer, size_t size) {
+    return platform_pick(&Platform::in_read, real_read)(buffer, size);
+}
 
 struct OutFile {
     FCGI_FILE* file;

@@ -21,4 +21,3 @@ int post_route_find(const char* name);
 int post_route_selected();
 
 // The firmware upload gate lives in cgi/upload.h, below the dialects that set it.
-

@@ -35,4 +35,6 @@ SysInfo* sys_info() { return platform_pick(&Platform::sys_info, GetSysInfo)(); }
 SysState* sys_state(int wait) { return platform_pick(&Platform::sys_state, GetSysState)(wait); }
 CamInfo* sys_cam_info() { return platform_pick(&Platform::cam_info, GetCamInfoParams)(); }
 AiInfo* sys_ai_info() { return platform_pick(&Platform::ai_info, GetAiInfoParams)(); }
-SavedCodecs* sys_saved_codecs() { return static_cast<SavedCodecs*>(platform_pick(&Platform::ext_info, GetExtInfoParams)()); }
+SavedCodecs* sys_saved_codecs() {
+    return static_cast<SavedCodecs*>(platform_pick(&Platform::ext_info, GetExtInfoParams)());
+}

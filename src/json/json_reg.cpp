@@ -77,7 +77,6 @@ std::string file_path(const char* path) {
 
 }  // namespace
 
-
 // Every member's key is a register; its value does not matter. An address
 // that does not parse or may not be reached is answered false without
 // failing the section.

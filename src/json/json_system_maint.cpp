@@ -183,7 +183,8 @@ int get_log(const Row&, cJSON* item, cJSON* answer) {
         return give(item, answer, log_link(host, port, "kernel.log"));
     }
     if (!same_word(item->valuestring, "app")) return give(item, answer, nullptr);
-    if (access(platform_path("/tmp/system.log.0").c_str(), F_OK) != 0) return give(item, answer, log_link(host, port, "system.log"));
+    if (access(platform_path("/tmp/system.log.0").c_str(), F_OK) != 0)
+        return give(item, answer, log_link(host, port, "system.log"));
     cJSON* links = cJSON_CreateArray();
     if (links == nullptr) return give(item, answer, nullptr);
     cJSON_AddItemToArray(links, log_link(host, port, "system.log"));

@@ -331,4 +331,3 @@ std::string net_dotted(uint32_t addr) {
 }
 
 std::string net_eth0_dotted() { return net_dotted(net_get_ifaddr("eth0")); }
-

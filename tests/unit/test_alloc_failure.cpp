@@ -45,7 +45,9 @@ const char* const kWrites[] = {
 class AllocFailure : public fake::SectionTest {
 protected:
     void SetUp() override {
-        camera.answer = [](const fake::Bytes&) -> std::optional<fake::Bytes> { return fake::Bytes{0x90, 0x50, 0x02, 0xFF}; };
+        camera.answer = [](const fake::Bytes&) -> std::optional<fake::Bytes> {
+            return fake::Bytes{0x90, 0x50, 0x02, 0xFF};
+        };
     }
     // Runs `request` with every allocation failing in turn.
     void every_failure(int (*dispatcher)(const char*), const char* request) {

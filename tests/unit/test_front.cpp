@@ -1,4 +1,7 @@
+// The request front end in one process: routing, the POST commands, the
+// session blocks and the firmware upload, as rows.
 
+#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -187,7 +190,8 @@ TEST(FrontUpload, Rows) {
         SCOPED_TRACE(u.name);
         const Scratch dir("front_upload");
         const fake::RootInstalled root(dir.path());
-        const std::string path = u.where && std::string(u.where) == "no /tmp" ? "" : root.make("/tmp/update.bin");
+        const std::string path =
+            u.where && std::string(u.where) == "no /tmp" ? "" : root.make("/tmp/update.bin");
         if (u.where && std::string(u.where) == "full") std::filesystem::create_symlink("/dev/full", path);
         upload_set_armed(true);  // arming forgets a piece lost before
         upload_set_armed(u.armed);
@@ -203,4 +207,3 @@ TEST(FrontUpload, Rows) {
     }
     upload_set_armed(false);
 }
-

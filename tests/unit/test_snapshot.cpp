@@ -14,15 +14,15 @@ namespace {
 
 struct PictureCase {
     const char* name;
-    std::string logo;     // the stored logo's bytes, or "" for none
-    int server;           // 0: the picture lands, 1: it never does, 2: the command is refused,
-                          // 3: it lands, but the last one is still being written
-    const char* snap;     // the snapshot's name (image_snapshot), or nullptr for the preview
-    int result;           // image_snapshot's result
-    std::string sent;     // the command, or ""
+    std::string logo;  // the stored logo's bytes, or "" for none
+    int server;        // 0: the picture lands, 1: it never does, 2: the command is refused,
+                       // 3: it lands, but the last one is still being written
+    const char* snap;  // the snapshot's name (image_snapshot), or nullptr for the preview
+    int result;        // image_snapshot's result
+    std::string sent;  // the command, or ""
     std::vector<std::string> shell;
     long slept_ms;
-    std::string reply;    // the preview's body
+    std::string reply;  // the preview's body
 };
 
 // More than one 1024-byte piece, zero bytes included.
