@@ -71,53 +71,12 @@ TEST(FrontE2E, CamdataIsFixed) {
     visca_until_sentinel(visca);
 }
 
-// The POST commands: each row a body, the answer's body and the packets the
-// camera received (proven complete by a closing inquiry).
-TEST(FrontE2E, PostCommandsAndTheirPackets) {
-    struct PostCase {
-        const char* route;
-        const char* body;
-        const char* answer;
-        Lines packets;
-    };
-    const PostCase cases[] = {
-        {"sendPTZ", R"({"type":9,"speed":5})", R"({"status":1,"type":9,"speed":5})", {"81 01 04 07 25 ff"}},
-        {"sendPTZ",
-         R"({"type":3,"speed":300})",
-         R"({"status":1,"type":3,"speed":300})",
-         {"81 01 06 01 2c 2c 02 03 ff"}},
-        {"sendPTZ",
-         R"({"type":0,"speed":4})",
-         R"({"status":1,"type":0,"speed":4})",
-         {"81 01 06 01 04 04 03 03 ff"}},
-        {"sendPTZ",
-         R"({"type":6,"speed":21})",
-         R"({"status":1,"type":6,"speed":21})",
-         {"81 01 04 38 03 ff", "81 01 04 08 35 ff"}},
-        {"sendPTZ", R"({"type":11,"speed":1})", R"({"status":1,"type":11,"speed":1})", {"81 01 04 07 00 ff"}},
-        {"sendPTZ", R"({"type":12,"speed":1})", R"({"status":1,"type":12,"speed":1})", {}},
-        {"sendPTZ", R"({"type":9})", R"({"status":-1,"message":Invalid params})", {}},
-        {"sendPreset",
-         R"({"index":3,"control":"SET"})",
-         R"({"status":1,"index":3,"speed":"SET"})",
-         {"81 01 04 3f 01 00 03 ff"}},
-        {"sendPreset",
-         R"({"index":260,"control":"add"})",
-         R"({"status":1,"index":260,"speed":"add"})",
-         {"81 01 04 3f 00 00 04 ff"}},
-        {"sendPreset", R"({"index":2,"control":"jump"})", R"({"status":0,"index":2,"speed":"jump"})", {}},
-        // leave no preset behind for the suites that follow
-        {"sendPreset",
-         R"({"index":4,"control":"del"})",
-         R"({"status":1,"index":4,"speed":"del"})",
-         {"81 01 04 3f 02 00 04 ff"}},
-    };
+// A POST command's round trip: the answer and the packet the camera got
+// (proven complete by a closing inquiry).
+TEST(FrontE2E, PostCommandRoundTrip) {
     Journal visca("visca.log");
-    for (const PostCase& c : cases) {
-        SCOPED_TRACE(std::string(c.route) + " " + c.body);
-        EXPECT_EQ(post(std::string("path=") + c.route, c.body), kJson + c.answer);
-        EXPECT_EQ(visca_until_sentinel(visca), c.packets);
-    }
+    EXPECT_EQ(post("path=sendPTZ", R"({"type":9,"speed":5})"), kJson + R"({"status":1,"type":9,"speed":5})");
+    EXPECT_EQ(visca_until_sentinel(visca), Lines{"81 01 04 07 25 ff"});
 }
 
 TEST(FrontE2E, DeviceSummaryAndPaths) {

@@ -1,5 +1,5 @@
-// The encoder board's NDI configuration over its export, registers through
-// the chip's debug device, and "file ctrl", on the simulated camera.
+// The encoder board's NDI configuration over its export and registers
+// through the chip's debug device, on the simulated camera.
 #include "e2e/harness.h"
 
 #include <gtest/gtest.h>
@@ -44,17 +44,6 @@ TEST(ServiceE2E, RegisterWrittenReadBackAndInTheImage) {
     image.read(reinterpret_cast<char*>(bytes), sizeof bytes);
     EXPECT_EQ(bytes[0] | bytes[1] << 8 | bytes[2] << 16 | uint32_t{bytes[3]} << 24, 0xcafe0001u);
     EXPECT_EQ(bytes[4], 0xff);
-}
-
-TEST(ServiceE2E, FileCtrl) {
-    const std::string path = run_path("root/tmp/fc.bin");
-    std::ofstream(path) << "0123456789";
-    EXPECT_EQ(compact(R"(func=set{"file ctrl":{"path":"/tmp/fc.bin","index":4,"data":[65,66,"x",67]}})"),
-              R"({"file ctrl":true,"status":true})");
-    EXPECT_EQ(read_file(path), "0123AB6789");
-    compact(R"(func=set{"file ctrl":{"path":"/tmp/fc.bin","rewrite":true,"index":2,"data":[90]}})");
-    EXPECT_EQ(read_file(path), std::string("\0\0Z", 3));
-    std::remove(path.c_str());
 }
 
 }  // namespace

@@ -83,13 +83,4 @@ TEST(JsonSettingsE2E, RefusedWritesSendNothing) {
     EXPECT_EQ(syscmd.since(), std::vector<std::string>{});
 }
 
-TEST(JsonSettingsE2E, NtpStateFollowsTheReadyFile) {
-    const std::string ready = run_path("root/tmp/ntpready");
-    std::ofstream(ready).put('\n');
-    const std::string with = compact(R"(func=get{"NTP":{"state":true}})");
-    std::remove(ready.c_str());
-    EXPECT_EQ(with, R"({"NTP":{"state":1},"status":true})");
-    EXPECT_EQ(compact(R"(func=get{"NTP":{"state":true}})"), R"({"NTP":{"state":0},"status":true})");
-}
-
 }  // namespace

@@ -14,6 +14,7 @@
 #include "cgi/reply.h"
 #include "front/web.h"
 #include "remote/session.h"
+#include "fake_camera.h"
 #include "fake_files.h"
 #include "scratch.h"
 
@@ -157,6 +158,43 @@ TEST(FrontRequests, Rows) {
     }
     EXPECT_EQ(json_ptz_ctrl(12, 1), 0);
     EXPECT_EQ(json_ptz_ctrl(-1, 1), 0);
+}
+
+// The POST commands' packets: each row a body, the answer and what the
+// camera received, in order.
+TEST(FrontPost, CommandsAndTheirPackets) {
+    struct PostCase {
+        const char* route;
+        const char* body;
+        const char* answer;
+        std::vector<std::string> packets;
+    };
+    // clang-format off
+    const PostCase cases[] = {
+        {"sendPTZ", R"({"type":9,"speed":5})", R"({"status":1,"type":9,"speed":5})", {"81 01 04 07 25 ff"}},
+        {"sendPTZ", R"({"type":3,"speed":300})", R"({"status":1,"type":3,"speed":300})", {"81 01 06 01 2c 2c 02 03 ff"}},
+        {"sendPTZ", R"({"type":0,"speed":4})", R"({"status":1,"type":0,"speed":4})", {"81 01 06 01 04 04 03 03 ff"}},
+        {"sendPTZ", R"({"type":6,"speed":21})", R"({"status":1,"type":6,"speed":21})", {"81 01 04 38 03 ff", "81 01 04 08 35 ff"}},
+        {"sendPTZ", R"({"type":11,"speed":1})", R"({"status":1,"type":11,"speed":1})", {"81 01 04 07 00 ff"}},
+        {"sendPTZ", R"({"type":12,"speed":1})", R"({"status":1,"type":12,"speed":1})", {}},
+        {"sendPTZ", R"({"type":9})", R"({"status":-1,"message":Invalid params})", {}},
+        {"sendPreset", R"({"index":3,"control":"SET"})", R"({"status":1,"index":3,"speed":"SET"})", {"81 01 04 3f 01 00 03 ff"}},
+        {"sendPreset", R"({"index":260,"control":"add"})", R"({"status":1,"index":260,"speed":"add"})", {"81 01 04 3f 00 00 04 ff"}},
+        {"sendPreset", R"({"index":2,"control":"jump"})", R"({"status":0,"index":2,"speed":"jump"})", {}},
+        {"sendPreset", R"({"index":4,"control":"del"})", R"({"status":1,"index":4,"speed":"del"})", {"81 01 04 3f 02 00 04 ff"}},
+    };
+    // clang-format on
+    fake::FakeCamera camera;
+    const fake::CameraInstalled installed(camera);
+    camera.answer = [](const fake::Bytes&) -> std::optional<fake::Bytes> {
+        return fake::Bytes{0x90, 0x51, 0xFF};
+    };
+    for (const PostCase& c : cases) {
+        SCOPED_TRACE(std::string(c.route) + " " + c.body);
+        camera.log.clear();
+        EXPECT_EQ(run("POST", std::string("path=") + c.route, c.body).reply, kJson + c.answer);
+        EXPECT_EQ(camera.sent(), c.packets);
+    }
 }
 
 // The firmware upload: each row writes into a fresh /tmp/update.bin below a

@@ -6,6 +6,9 @@
 
 #include <arpa/inet.h>
 
+#include <fstream>
+
+#include "scratch.h"
 #include "section_cases.h"
 
 namespace {
@@ -175,6 +178,16 @@ TEST_F(JsonSettings, PayloadBytes) {
               R"({"NTP":false,"status":false})");
     EXPECT_TRUE(sys.journal.empty());
     EXPECT_EQ(sys.info().ntp.port, 99u);
+}
+
+// The time service's state is its ready file below the camera's /tmp.
+TEST_F(JsonSettings, NtpStateFollowsTheReadyFile) {
+    const Scratch dir("ntp_ready");
+    const fake::RootInstalled root(dir.path());
+    const std::string ready = root.make("/tmp/ntpready");
+    EXPECT_EQ(json_reply(json_get_ctrl, R"({"NTP":{"state":true}})"), R"({"NTP":{"state":0},"status":true})");
+    std::ofstream(ready).put('\n');
+    EXPECT_EQ(json_reply(json_get_ctrl, R"({"NTP":{"state":true}})"), R"({"NTP":{"state":1},"status":true})");
 }
 
 TEST_F(JsonSettings, RefusedCommandAnswersFalse) {
