@@ -5,6 +5,7 @@
 
 #include "camera/image_ctrl.h"
 #include "fake_camera.h"
+#include "fake_files.h"
 #include "json_reply.h"
 #include "cgi/output.h"
 #include "json/json_ctrl_func.h"
@@ -117,6 +118,8 @@ protected:
         };
     }
     InquiryScript script;
+    fake::FakeClock clock;
+    fake::ClockInstalled installed_clock{clock};
 };
 
 }  // namespace
@@ -171,6 +174,7 @@ TEST_F(JsonImageCamera, OnePushWhiteBalanceWaitsAtMost101Polls) {
     };
     EXPECT_EQ(set_image("\"WB_mode\":\"one push\""), "{\"image\":{\"WB_mode\":\"manual\"},\"status\":true}");
     EXPECT_EQ(script.inquiries[0x35], 102);
+    EXPECT_EQ(clock.slept_ms, 100);  // a millisecond between polls
     // Finished after the third poll: the mode then reads back as it now is.
     script.inquiries.clear();
     script.answer = [](uint8_t code, int n) {
@@ -186,4 +190,20 @@ TEST_F(JsonImageCamera, OnePushWhiteBalanceWaitsAtMost101Polls) {
     };
     EXPECT_EQ(set_image("\"WB_mode\":\"outdoor\""), "{\"image\":{\"WB_mode\":\"outdoor\"},\"status\":true}");
     EXPECT_EQ(script.inquiries[0x35], 1);
+}
+
+// Once the camera let one reply time out, the rest of the request fails at
+// once; the next request asks it again.
+TEST_F(JsonImageCamera, SilentCameraCostsARequestOneTimeOut) {
+    script.answer = [](uint8_t, int) { return std::vector<uint8_t>{}; };
+    camera.timed_out = true;
+    const std::string request = R"({"image":{"zoom":true,"focus":true,"mirror":true,"gain":true}})";
+    EXPECT_EQ(json_reply(json_get_ctrl, request),
+              R"({"image":{"zoom":false,"focus":false,"mirror":false,"gain":false},"status":false})");
+    EXPECT_EQ(camera.sends().size(), 1u);
+    camera.timed_out = false;
+    script.answer = [](uint8_t, int) { return std::vector<uint8_t>{0x02, 0xFF}; };
+    image_ctrl_request_begin();
+    EXPECT_EQ(json_reply(json_get_ctrl, R"({"image":{"mirror":true}})"),
+              R"({"image":{"mirror":2},"status":true})");
 }
