@@ -166,6 +166,9 @@ const std::vector<Row> kRows = {
     // presets
     {"preset inquiry", {Bytes{0x01, 0x50, 0xFF}}, [] { return image_preset_query(0xE6) * 10 + image_preset_query(256); },
      9, {"w7 81 09 04 3f 0e 06 ff"}},
+    {"presets 0 and 255 are presets", {Bytes{0x01, 0x50, 0xFF}}, [] {
+         return image_preset_query(0) * 10 + image_preset_ctrl(2, 0) + image_preset_ctrl(0, 255) + image_preset_ctrl(1, -1);
+     }, 9, {"w7 81 09 04 3f 00 00 ff", "n 81 01 04 3f 02 00 00 ff", "n 81 01 04 3f 00 0f 0f ff"}},
     {"preset actions and resets", {}, [] {
          return image_preset_ctrl(1, 0x12) + image_preset_ctrl(3, 1) + image_preset_ctrl(0, 256) +
                 image_params_reset(0) + image_params_save(0) + image_params_save(1);
