@@ -115,6 +115,7 @@ const std::vector<Row> kRows = {
      {"w8 81 09 06 12 ff", "w8 81 09 06 12 ff", "w8 81 09 06 12 ff"}},
     // IR-cut filter
     {"IR-cut automatic", {Bytes{0x01, 0x50, 0xFF}}, [] { return image_ircut_get(); }, 2, {"w5 81 09 04 51 ff"}},
+    {"IR-cut automatic in a reply of one byte", {Bytes{0x01}}, [] { return image_ircut_get(); }, 2, {"w5 81 09 04 51 ff"}},
     {"IR-cut filter asked with the first reply's count", {Bytes{0x00, 0x50, 0xFF}, Bytes{0x90, 0x50, 0x02, 0xFF},
                                                           Bytes{0x00, 0x50, 0xFF}, Bytes{0x90, 0x50, 0x03, 0xFF}},
      [] { return image_ircut_get() * 10 + image_ircut_get(); }, 10,
