@@ -33,6 +33,8 @@ const PictureCase kCases[] = {
     {"a named snapshot is linked", "", 0, "a.jpg", 0, "41 01 00 78 43",
      {"mkdir -p /opt/ipnc/www/images/snap", "ln -sf /tmp/snap.jpg /opt/ipnc/www/images/snap/a.jpg"}, 0, ""},
     {"an unnamed one is not", "", 0, "", 0, "41 01 00 78 43", {"mkdir -p /opt/ipnc/www/images/snap"}, 0, ""},
+    {"a name that could leave the folder asks for nothing", "", 0, "..", -1, "", {}, 0, ""},
+    {"nor one that could reach a shell", "", 0, "a;b", -1, "", {}, 0, ""},
     {"no picture within 3 s", "", 1, "a.jpg", -1, "41 01 00 78 43", {}, 3000, ""},
     {"a refused request does not wait", "", 2, "a.jpg", -1, "41 01 00 78 43", {}, 0, ""},
     {"the preview sends the stored logo whole", kLogo, 0, nullptr, 0, "", {}, 0, kLogo},
