@@ -190,6 +190,30 @@ TEST_F(JsonNetwork, NdiMainBitrateClamped) {
     EXPECT_NE(reply.find("\"bitrate\":122800"), std::string::npos) << reply;
 }
 
+// A codec switch takes back what the system server saved for that codec
+// (H.264 in the first slot, H.265 in the second), from rate control to the
+// quantisers; a slot never saved leaves the defaults.
+TEST_F(JsonNetwork, CodecSwitchRestoresItsSavedSlot) {
+    auto& saved = *reinterpret_cast<SavedCodecs*>(sys.store->ext);
+    saved.magic = kInfoMagic;
+    const uint32_t h264[13] = {1, 1, 640, 360, 30, 0, 0, 1, 2, 3, 4, 5, 6};
+    const uint32_t h265[13] = {1, 1, 640, 360, 30, 0, 2, 0, 7, 8, 9, 10, 11};
+    std::memcpy(saved.stream[1][0].word, h264, sizeof h264);
+    std::memcpy(saved.stream[1][1].word, h265, sizeof h265);
+    const auto sent_words = [this](const char* mode) {
+        sys.journal.clear();
+        json_reply(json_set_ctrl, std::string(R"({"venc":{"sub":{"mode":")") + mode + "\"}}}");
+        std::vector<uint32_t> words(6);
+        if (sys.journal.size() == 1 && sys.journal[0].data.size() == sizeof(StreamParams))
+            std::memcpy(words.data(), sys.journal[0].data.data() + 7 * 4, 6 * 4);
+        return words;
+    };
+    EXPECT_EQ(sent_words("h264"), (std::vector<uint32_t>{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(sent_words("h265"), (std::vector<uint32_t>{0, 7, 8, 9, 10, 11}));
+    saved.stream[1][0].word[2] = 0;  // never saved: no picture width
+    EXPECT_NE(sent_words("h264"), (std::vector<uint32_t>{1, 2, 3, 4, 5, 6}));
+}
+
 TEST_F(JsonNetwork, SubAbilityUnderNdi) {
     sys.info().ndiFlag516 = 1;
     sys.info().ndi_enable = 1;
