@@ -1,7 +1,7 @@
 // A system server behind the system port for the unit tests: an in-memory
 // store (settings record, live state, camera and tracking areas) and a
 // journal of every command with its payload bytes. A command succeeds unless
-// `refuse` names it; `on_command` may play the server's part and change the
+// `refuse` names it (or `silent`, which times out); `on_command` may play the server's part and change the
 // record before the reply.
 #pragma once
 
@@ -27,6 +27,7 @@ struct FakeSystem {
     std::unique_ptr<SysStore> store = std::make_unique<SysStore>();
     std::vector<Command> journal;
     std::set<uint32_t> refuse;
+    std::set<uint32_t> silent;  // never answered: the channel's time-out, -2
     std::function<void(const Command&, SysStore&)> on_command;
     bool present = true;  // false: every reader answers null
 
@@ -48,6 +49,7 @@ inline int fake_command(uint32_t cmd, void* data, int length, int*) {
     Command c{cmd, std::vector<uint8_t>(bytes, bytes + (length > 0 ? length : 0))};
     sys.journal.push_back(c);
     if (sys.refuse.count(cmd) != 0) return -1;
+    if (sys.silent.count(cmd) != 0) return -2;
     if (sys.on_command) sys.on_command(c, *sys.store);
     return 0;
 }

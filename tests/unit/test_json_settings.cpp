@@ -190,13 +190,16 @@ TEST_F(JsonSettings, NtpStateFollowsTheReadyFile) {
     EXPECT_EQ(json_reply(json_get_ctrl, R"({"NTP":{"state":true}})"), R"({"NTP":{"state":1},"status":true})");
 }
 
-TEST_F(JsonSettings, RefusedCommandAnswersFalse) {
-    sys.refuse = {30, 31, 32, 57, 70};
-    for (const char* request :
-         {R"({"gb28181":{"enable":0}})", R"({"FreeD":{"enable":1}})", R"({"record":{"sel":1}})",
-          R"({"audio":{"enable":0}})", R"({"NTP":{"port":1}})"}) {
-        const std::string reply = json_reply(json_set_ctrl, request);
-        EXPECT_NE(reply.find(":false,\"status\":false}"), std::string::npos) << request << " → " << reply;
+TEST_F(JsonSettings, RefusedOrUnansweredCommandAnswersFalse) {
+    for (std::set<uint32_t>* fault : {&sys.refuse, &sys.silent}) {
+        *fault = {30, 31, 32, 57, 70};
+        for (const char* request :
+             {R"({"gb28181":{"enable":0}})", R"({"FreeD":{"enable":1}})", R"({"record":{"sel":1}})",
+              R"({"audio":{"enable":0}})", R"({"NTP":{"port":1}})"}) {
+            const std::string reply = json_reply(json_set_ctrl, request);
+            EXPECT_NE(reply.find(":false,\"status\":false}"), std::string::npos) << request << " → " << reply;
+        }
+        fault->clear();
     }
 }
 
