@@ -171,12 +171,21 @@ TEST(FrontPost, CommandsAndTheirPackets) {
     };
     // clang-format off
     const PostCase cases[] = {
-        {"sendPTZ", R"({"type":9,"speed":5})", R"({"status":1,"type":9,"speed":5})", {"81 01 04 07 25 ff"}},
+        // every movement type at speed 23 (0x17; zoom and focus take its low four bits)
+        {"sendPTZ", R"({"type":0,"speed":23})", R"({"status":1,"type":0,"speed":23})", {"81 01 06 01 17 17 03 03 ff"}},
+        {"sendPTZ", R"({"type":1,"speed":23})", R"({"status":1,"type":1,"speed":23})", {"81 01 06 04 ff"}},
+        {"sendPTZ", R"({"type":2,"speed":23})", R"({"status":1,"type":2,"speed":23})", {"81 01 06 01 17 17 03 01 ff"}},
+        {"sendPTZ", R"({"type":3,"speed":23})", R"({"status":1,"type":3,"speed":23})", {"81 01 06 01 17 17 02 03 ff"}},
+        {"sendPTZ", R"({"type":4,"speed":23})", R"({"status":1,"type":4,"speed":23})", {"81 01 06 01 17 17 03 02 ff"}},
+        {"sendPTZ", R"({"type":5,"speed":23})", R"({"status":1,"type":5,"speed":23})", {"81 01 06 01 17 17 01 03 ff"}},
+        {"sendPTZ", R"({"type":6,"speed":23})", R"({"status":1,"type":6,"speed":23})", {"81 01 04 38 03 ff", "81 01 04 08 37 ff"}},
+        {"sendPTZ", R"({"type":7,"speed":23})", R"({"status":1,"type":7,"speed":23})", {"81 01 04 38 03 ff", "81 01 04 08 27 ff"}},
+        {"sendPTZ", R"({"type":8,"speed":23})", R"({"status":1,"type":8,"speed":23})", {"81 01 04 38 03 ff", "81 01 04 08 00 ff"}},
+        {"sendPTZ", R"({"type":9,"speed":23})", R"({"status":1,"type":9,"speed":23})", {"81 01 04 07 27 ff"}},
+        {"sendPTZ", R"({"type":10,"speed":23})", R"({"status":1,"type":10,"speed":23})", {"81 01 04 07 37 ff"}},
+        {"sendPTZ", R"({"type":11,"speed":23})", R"({"status":1,"type":11,"speed":23})", {"81 01 04 07 00 ff"}},
+        {"sendPTZ", R"({"type":12,"speed":23})", R"({"status":1,"type":12,"speed":23})", {}},
         {"sendPTZ", R"({"type":3,"speed":300})", R"({"status":1,"type":3,"speed":300})", {"81 01 06 01 2c 2c 02 03 ff"}},
-        {"sendPTZ", R"({"type":0,"speed":4})", R"({"status":1,"type":0,"speed":4})", {"81 01 06 01 04 04 03 03 ff"}},
-        {"sendPTZ", R"({"type":6,"speed":21})", R"({"status":1,"type":6,"speed":21})", {"81 01 04 38 03 ff", "81 01 04 08 35 ff"}},
-        {"sendPTZ", R"({"type":11,"speed":1})", R"({"status":1,"type":11,"speed":1})", {"81 01 04 07 00 ff"}},
-        {"sendPTZ", R"({"type":12,"speed":1})", R"({"status":1,"type":12,"speed":1})", {}},
         {"sendPTZ", R"({"type":9})", R"({"status":-1,"message":Invalid params})", {}},
         {"sendPreset", R"({"index":3,"control":"SET"})", R"({"status":1,"index":3,"speed":"SET"})", {"81 01 04 3f 01 00 03 ff"}},
         {"sendPreset", R"({"index":260,"control":"add"})", R"({"status":1,"index":260,"speed":"add"})", {"81 01 04 3f 00 00 04 ff"}},
