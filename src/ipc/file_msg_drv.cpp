@@ -18,6 +18,7 @@
 #include "records/records.h"
 #include "ipc/sem_util.h"
 #include "ipc/share_mem.h"
+#include "platform/platform.h"
 #include "support/log.h"
 #include "support/support.h"
 
@@ -274,13 +275,14 @@ int fSetMAC(const char* mac_text) {
 // are rewritten first, and a failed rewrite still updates the record.
 int fSetRtmpPort(uint16_t port) {
     if (g_store == nullptr) return -1;
-    replace_port_line("/etc/srs.conf", "listen", "listen\t\t%d;\n", port);
+    replace_port_line(platform_path("/etc/srs.conf").c_str(), "listen", "listen\t\t%d;\n", port);
     return set_field(&SysInfo::rtmpPort, port);
 }
 
 int fSetHttpPort(uint16_t port) {
     if (g_store == nullptr) return -1;
-    replace_port_line("/opt/ipnc/www/config/lighttpd.conf", "server.port =", "server.port = %d\n", port);
+    replace_port_line(platform_path("/opt/ipnc/www/config/lighttpd.conf").c_str(),
+                      "server.port =", "server.port = %d\n", port);
     return set_field(&SysInfo::httpPort, port);
 }
 

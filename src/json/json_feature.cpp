@@ -15,6 +15,7 @@
 
 #include "camera/image_ctrl.h"
 #include "json/json_section.h"
+#include "platform/platform.h"
 #include "support/support.h"
 
 namespace {
@@ -51,7 +52,7 @@ int slot_of(const char* key) {
 
 void ensure_web_link() {
     struct stat info {};
-    if (lstat(kFeatureWebDir, &info) != 0) pox_system(kFeatureLink);
+    if (lstat(platform_path(kFeatureWebDir).c_str(), &info) != 0) pox_system(kFeatureLink);
 }
 
 // The slot's values as they stand in the file, or null when one is missing.
@@ -63,7 +64,8 @@ cJSON* slot_values(int slot) {
         std::array<char, 64> text{};
         long number = 0;
         const std::string key(field.name);
-        if (ini_get_value(kFeatureFile, section.data(), key.c_str(), text.data(), text.size()) != 1 ||
+        if (ini_get_value(platform_path(kFeatureFile).c_str(), section.data(), key.c_str(), text.data(),
+                          text.size()) != 1 ||
             std::sscanf(text.data(), "%ld", &number) != 1) {
             cJSON_Delete(values);
             return nullptr;
@@ -99,7 +101,8 @@ int store_slot(int slot, const cJSON* values) {
         std::array<char, 24> text{};
         std::snprintf(text.data(), text.size(), "%ld", numbers[i]);
         const std::string key(kSlotValues[i].name);
-        if (ini_set_value(kFeatureFile, section.data(), key.c_str(), text.data()) < 0) return -1;
+        if (ini_set_value(platform_path(kFeatureFile).c_str(), section.data(), key.c_str(), text.data()) < 0)
+            return -1;
     }
     return 0;
 }

@@ -7,6 +7,8 @@
 #include "fake_camera.h"
 #include "fake_files.h"
 #include "json_reply.h"
+#include "scratch.h"
+#include "fake_shell.h"
 #include "cgi/output.h"
 #include "json/json_ctrl_func.h"
 #include "json/json_image.h"
@@ -206,4 +208,24 @@ TEST_F(JsonImageCamera, SilentCameraCostsARequestOneTimeOut) {
     image_ctrl_request_begin();
     EXPECT_EQ(json_reply(json_get_ctrl, R"({"image":{"mirror":true}})"),
               R"({"image":{"mirror":2},"status":true})");
+}
+
+// Feature slots: a preset each, their values in the camera's feature file
+// below the root; a slot the camera has not stored answers false.
+TEST_F(JsonImageCamera, FeatureSlotsStoreAndReadBack) {
+    const Scratch dir("feature");
+    const fake::RootInstalled root(dir.path());
+    fake::FakeShell shell;
+    const fake::ShellInstalled installed_shell(shell);
+    root.make("/opt/params/feature.ini");  // the camera's folder is there
+    script.answer = [](uint8_t code, int) {
+        return code == 0x3F ? std::vector<uint8_t>{0x01, 0x50, 0xFF} : std::vector<uint8_t>{};
+    };
+    EXPECT_EQ(json_reply(json_set_ctrl, R"({"image":{"feature":{"2":{"size":3,"x":100,"y":-20},"9":{}}}})"),
+              R"({"image":{"feature":{"2":{"size":3,"x":100,"y":-20},"9":false}},"status":false})");
+    EXPECT_EQ(camera.sent().front(), "81 01 04 3f 00 0e 08 ff");  // stored as preset 232
+    EXPECT_EQ(json_reply(json_get_ctrl, R"({"image":{"feature":{"2":true,"3":1}}})"),
+              R"({"image":{"feature":{"2":{"size":3,"x":100,"y":-20},"3":false}},"status":true})");
+    EXPECT_EQ(shell.lines,
+              std::vector<std::string>{"ln -s /opt/params/feature /opt/ipnc/www/images/feature"});
 }
