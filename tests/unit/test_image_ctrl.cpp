@@ -3,6 +3,9 @@
 // "n 81 01 .." (sent without waiting), "w5 81 09 .." (waited, capacity 5),
 // "w- .." (waited, no capacity) or "flush".
 
+#include <cstdio>
+#include <sstream>
+
 #include "camera/image_ctrl.h"
 #include "fake_camera.h"
 
@@ -197,3 +200,35 @@ TEST_F(ImageCtrl, Rows) {
 }
 
 }  // namespace
+
+// The output formats as the camera numbers them ("*": readable, not
+// settable): each is set as 81 01 04 24 72 0p 0q FF and read back by its code.
+TEST_F(ImageCtrl, OutputFormatsByTheirCodes) {
+    const std::string formats =
+        "01 1920X1080I@60Hz 02 1920X1080I@59.94Hz 04 1920X1080I@50Hz 06 1920X1080P@30Hz 07 "
+        "1920X1080P@29.97Hz "
+        "08 1920X1080P@25Hz 09 1280X720P@60Hz 0A 1280X720P@59.94Hz 0C 1280X720P@50Hz 0E 1280X720P@30Hz "
+        "0F 1280X720P@29.97Hz 11 1280X720P@25Hz 13 1920X1080P@59.94Hz 1B* 3840X2160P@24Hz 1C* "
+        "3840X2160P@23.98Hz "
+        "1D 3840X2160P@30Hz 1E 3840X2160P@25Hz 1F 3840X2160P@60Hz 20 3840X2160P@50Hz 21 3840X2160P@59.94Hz "
+        "22 3840X2160P@29.97Hz 23 1920X1080P@120Hz 24 1280X720P@120Hz 25 1920X1080P@100Hz 26 1280X720P@100Hz "
+        "2A 1920X1080P@24Hz 2B 1920X1080P@23.98Hz 2E 1920X1080P@60Hz 2F 1920X1080P@50Hz";
+    std::istringstream in(formats);
+    for (std::string code, name; in >> code >> name;) {
+        SCOPED_TRACE(name);
+        const int value = std::stoi(code.substr(0, 2), nullptr, 16);
+        camera.log.clear();
+        camera.queue = {Bytes{0x90, 0x51, 0xFF}, Bytes{static_cast<uint8_t>(value), 0x50, 0xFF}};
+        if (code.size() == 3) {
+            EXPECT_EQ(image_resolution_set(0, name.c_str()), -1);
+            camera.queue.pop_front();
+        } else {
+            EXPECT_EQ(image_resolution_set(0, name.c_str()), 0);
+            char packet[32];
+            std::snprintf(packet, sizeof packet, "81 01 04 24 72 %02x %02x ff", value >> 4, value & 15);
+            EXPECT_EQ(camera.sent(), std::vector<std::string>{packet});
+        }
+        const char* read = image_resolution_get(0);
+        EXPECT_STREQ(read != nullptr ? read : "(none)", name.c_str());
+    }
+}
