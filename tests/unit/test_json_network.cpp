@@ -79,6 +79,8 @@ const std::vector<fake::SectionCase> kCases = {
      R"({"ethernet":{"eth0":{"gateway":"192.168.1.254","ip":"192.168.1.50"}},"status":true})",
      {"0 c0 a8 01 32", "2 c0 a8 01 fe"}, {}},
     {"web port 80", true, R"({"ethernet":{"eth0":{"webPort":80}}})", R"({"ethernet":{"eth0":false},"status":false})", {}, {}},
+    {"only the HTTP port may be 80", true, R"({"ethernet":{"eth0":{"httpPort":81,"rtspPort":80}}})",
+     R"({"ethernet":{"eth0":false},"status":false})", {}, {}},
     {"two equal ports", true, R"({"ethernet":{"eth0":{"rtspPort":8080}}})",
      R"({"ethernet":{"eth0":false},"status":false})", {}, {}},
     {"dhcp sends no addressing", true, R"({"ethernet":{"eth0":{"dhcp":1,"ip":"10.0.0.0"}}})",
