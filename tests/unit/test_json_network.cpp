@@ -106,6 +106,10 @@ const std::vector<fake::SectionCase> kCases = {
      R"({"venc":{"sub":{"profile":"MP","interval":30,"bitrate":1024,"min_qp":false,"preview":"httpflv"}},"status":true})", {}, {}},
     {"mjpeg has no profile and interval 0", false, R"({"venc":{"main":{"profile":true,"interval":true,"rcmode":true}}})",
      R"({"venc":{"main":{"profile":false,"interval":0,"rcmode":false}},"status":true})", {}, {}},
+    {"the encoders' abilities", false,
+     R"({"VencAbility":{"main":{"resolution":true,"bitrate":true,"frmrate":true,"interval":true},"sub":{"resolution":true,"bitrate":true}}})",
+     R"({"VencAbility":{"main":{"resolution":[3840,2160,1920,1080,1280,720,1024,576],"bitrate":[512,32768],"frmrate":[15,60],)"
+     R"("interval":[1,120]},"sub":{"resolution":[720,480,640,480,640,360],"bitrate":[512,5120]}},"status":true})", {}, {}},
     {"unknown stream", false, R"({"venc":{"third":true}})", R"({"venc":{"third":false},"status":false})", {}, {}},
     {"mjpeg to h264", true, R"({"venc":{"main":{"mode":"h264"}}})",
      R"({"venc":{"main":{)" + kMainAfterSwitch + kMainUrls + R"(}},"status":true})",
