@@ -117,6 +117,7 @@ TEST_F(NetConfig, AddressMaskMtuAndMac) {
         unsigned char before[6], after[6];
         CHECK_EQ_IN_CHILD(out, net_get_hwaddr("eth0", before), 0);
         CHECK_EQ_IN_CHILD(out, net_set_mac("01:00:5e:00:00:01"), -1);  // multicast
+        CHECK_EQ_IN_CHILD(out, net_set_mac("02:11:22:33:44"), -1);     // five bytes
         net_get_hwaddr("eth0", after);
         CHECK_EQ_IN_CHILD(out, std::string(before, before + 6), std::string(after, after + 6));
         CHECK_EQ_IN_CHILD(out, net_set_mac("02:11:22:33:44:55"), 0);
