@@ -133,7 +133,9 @@ const std::vector<fake::SectionCase> kCases = {
      {"35 00 00 00 00 01 00 00 00 00 00 01 00 00 00 01 00 1e 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 "
       "1e 00 00 00 0a d7 a3 00"}, {}},
     {"a switch whose bit rate would not fit is refused", true,
-     R"({"venc":{"main":{"col":4294967295,"line":65536,"Mode":"h264"}}})", "",
+     R"({"venc":{"main":{"col":4294967295,"line":65536,"Mode":"h264"}}})",
+     R"({"venc":{"main":{"enable":1,"format":"Unknow Format","mode":"mjpeg","col":4294967295,"line":65536,"bitrate":0,)"
+     R"("frmrate":30,"interval":0,)" + kMainUrls + R"(,"Mode":false}},"status":true})",
      {"35 00 00 00 00 01 00 00 00 ff ff ff ff 00 00 01 00 1e 00 00 00 00 00 00 00 01 00 00 00 02 00 00 00 55 00 00 00 "
       "00 00 00 00"}, {}},
     {"venc write of a stream not an object", true, R"({"venc":{"main":true}})",
