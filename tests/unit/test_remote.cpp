@@ -6,6 +6,8 @@
 
 #include "camera/image_ctrl.h"
 #include "fake_camera.h"
+#include "fake_system.h"
+#include "section_cases.h"
 #include "cgi/output.h"
 #include "remote/aw_cam.h"
 #include "remote/aw_ptz.h"
@@ -205,4 +207,22 @@ TEST_F(RemoteCommand, CamFailedInquiries) {
     EXPECT_EQ(cam("cmd=OSJ:06"), text("OSJ:06:001e\r\n"));
     EXPECT_EQ(cam("cmd=QSI:18"), text("QSI:18:555000fff\r\n"));  // no camera area: zeros
     EXPECT_EQ(cam("cmd=OGU:zz"), text("\"ER3:OGU:zz\"\r\n"));
+}
+
+// Standby and power: each spelling sends its standby number to the system
+// server and answers the power state the command asked for.
+TEST_F(RemoteCommand, PtzStandbySpellings) {
+    fake::FakeSystem sys;
+    const fake::SystemInstalled installed(sys);
+    sys.on_command = [](const fake::Command& c, SysStore& store) { store.state.standby = c.data[0]; };
+    for (const auto& [command, reply, sent] : {std::tuple{"#O0", "p0", "64 01"},
+                                               {"#Of", "p0", "64 01"},
+                                               {"#O1", "p1", "64 00"},
+                                               {"#On", "p1", "64 00"}}) {
+        SCOPED_TRACE(command);
+        sys.journal.clear();
+        EXPECT_EQ(ptz((std::string("cmd=") + command + "&res=1").c_str()), text(std::string(reply) + "\r\n"));
+        ASSERT_EQ(sys.journal.size(), 1u);
+        EXPECT_EQ(fake::command_text(sys.journal[0]), sent);
+    }
 }
