@@ -3,6 +3,8 @@
 // answered from a table).
 
 #include <map>
+#include <sstream>
+#include <tuple>
 
 #include "camera/image_ctrl.h"
 #include "fake_camera.h"
@@ -225,4 +227,25 @@ TEST_F(RemoteCommand, PtzStandbySpellings) {
         ASSERT_EQ(sys.journal.size(), 1u);
         EXPECT_EQ(fake::command_text(sys.journal[0]), sent);
     }
+}
+
+// The camera commands that only answer: each setting echoes, each inquiry
+// answers its fixed value ("cmd=answer"; "cmd=" alone: the echo), and
+// nothing reaches the camera.
+TEST_F(RemoteCommand, CamFixedAnswers) {
+    std::istringstream rows(
+        "OMS:1= OMS=OMS:001 OSD:BF:0= OSD:BF=OSD:BF:1 OSG:59:0= OSG:59=OSG:59:1 OSG:5A:0= OSG:5A=OSG:5A:1 "
+        "OSG:5D:01= OSG:5D=OSG:5D:04 OSJ:03:1= OSJ:03=OSJ:03:0 OSJ:04:11= OSJ:05:22= OSJ:07:33= OSJ:08:44= "
+        "OSD:69:02= OSD:69=OSD:69:01 OGS:05= OGS=OGS:04 OSA:50:11= OSA:51:11= OSA:52:11= OSA:50=OSA:50:7C "
+        "OSA:51=OSA:51:7C OSA:52=OSA:52:7C OSA:60:1= OSA:60=OSA:60:0 OSA:28:1= OSA:28=OSA:28:0 OWS=OWS "
+        "OSA:88:1= OSA:88=OSA:88:0 OAW:1= OAW=OAW:0 OAS=OAS OSD:B1:123= OSD:B1=OSD:B1:02B OSD:1E:1= "
+        "OSD:1F:2= "
+        "ODT:1= ODT=ODT:0 OSE:33:1= OSE:33=OSE:33:0 OSE:72:0= OSE:72=OSE:72:1 OSD:50:0= OSD:50=OSD:50:1");
+    for (std::string row; rows >> row;) {
+        const size_t eq = row.find('=');
+        const std::string command = row.substr(0, eq), answer = row.substr(eq + 1);
+        EXPECT_EQ(cam(("cmd=" + command).c_str()), text((answer.empty() ? command : answer) + "\r\n"))
+            << command;
+    }
+    EXPECT_TRUE(camera.sent().empty());
 }
