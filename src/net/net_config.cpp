@@ -30,7 +30,6 @@
 #include "support/owners.h"
 
 namespace net_io {
-std::string rooted(const char* path) { return platform_path(path).c_str(); }
 FilePtr open_file(const std::string& path, const char* mode) {
     return FilePtr(std::fopen(path.c_str(), mode));
 }
@@ -91,7 +90,7 @@ int route_request(unsigned long request, uint32_t gateway) {
 
 // The n-th (0-based) counting "nameserver " line of resolv.conf.
 uint32_t read_name_server(int index, const char* who) {
-    FilePtr f = open_file(rooted(kResolvConf), "r");
+    FilePtr f = open_file(platform_path(kResolvConf).c_str(), "r");
     if (!f) {
         LOG_DBG("%s: file \"%s\" opened for reading error!\n", who, kResolvConf);
         return 0;
@@ -110,7 +109,7 @@ uint32_t read_name_server(int index, const char* who) {
 }
 
 int write_name_servers(const char* const* servers, int count, const char* who) {
-    FilePtr f = open_file(rooted(kResolvConf), "w");
+    FilePtr f = open_file(platform_path(kResolvConf).c_str(), "w");
     if (!f) {
         LOG_DBG("%s: file \"%s\" opened for writing error!\n", who, kResolvConf);
         return -1;
@@ -230,7 +229,7 @@ int net_del_gateway(uint32_t gateway) {
 }
 
 int net_set_gateway(uint32_t gateway) {
-    FilePtr f = open_file(rooted(kRouteFile), "r");
+    FilePtr f = open_file(platform_path(kRouteFile).c_str(), "r");
     if (!f) {
         LOG_ERR("/proc/net/route");
         LOG_DBG("INET (IPv4) not configured in this system.\n");
@@ -253,7 +252,7 @@ int net_set_gateway(uint32_t gateway) {
 }
 
 uint32_t net_get_gateway() {
-    FilePtr f = open_file(rooted(kRouteFile), "r");
+    FilePtr f = open_file(platform_path(kRouteFile).c_str(), "r");
     if (!f) {
         LOG_ERR("%s INET (IPv4) not configured in this system.\n", kRouteFile);
         return 0;

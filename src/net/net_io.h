@@ -14,9 +14,6 @@
 
 namespace net_io {
 
-// A kernel or system file below the platform's root.
-std::string rooted(const char* path);
-
 // An owned descriptor.
 class Fd {
 public:

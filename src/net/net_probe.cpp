@@ -20,6 +20,7 @@
 
 #include "net/net_config.h"
 #include "net/net_io.h"
+#include "platform/platform.h"
 #include "support/log.h"
 
 using namespace net_io;
@@ -31,7 +32,7 @@ constexpr const char* kDevFile = "/proc/net/dev";
 int Check_Link_status(const char* ifname) {
     char path[128];
     std::snprintf(path, sizeof path, "/sys/class/net/%s/carrier", ifname);
-    int fd = open(rooted(path).c_str(), O_RDONLY);
+    int fd = open(platform_path(path).c_str(), O_RDONLY);
     // The open is tested against 0: a failed open shows up as a read failure.
     if (fd == 0) {
         LOG_ERR("open device  %s error !!\n", path);
@@ -48,7 +49,7 @@ int Check_Link_status(const char* ifname) {
 }
 
 int net_any_link_up() {
-    FilePtr f = open_file(rooted(kDevFile), "r");
+    FilePtr f = open_file(platform_path(kDevFile).c_str(), "r");
     if (!f) return -1;
     char line[512];
     int up = 0;
