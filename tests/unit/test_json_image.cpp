@@ -229,3 +229,15 @@ TEST_F(JsonImageCamera, FeatureSlotsStoreAndReadBack) {
     EXPECT_EQ(shell.lines,
               std::vector<std::string>{"ln -s /opt/params/feature /opt/ipnc/www/images/feature"});
 }
+
+// The feature position is two 16-bit values in one number (a first of 0 is
+// a position like any other), and a stored preset answers true.
+TEST_F(JsonImageCamera, FeaturePositionAndPresetStore) {
+    script.answer = [](uint8_t code, int) {
+        return code == 0x32 ? std::vector<uint8_t>{0x90, 0x50, 0, 0, 0, 0, 0, 1, 2, 3, 0xFF}
+                            : std::vector<uint8_t>{};
+    };
+    EXPECT_EQ(get_image("\"feature_pos\":true"), "{\"image\":{\"feature_pos\":291},\"status\":true}");
+    EXPECT_EQ(set_image("\"preset\":{\"add\":3}"), "{\"image\":{\"preset\":true},\"status\":true}");
+    EXPECT_EQ(camera.sent().back(), "81 01 04 3f 00 00 03 ff");  // "add" is the camera's action 0
+}

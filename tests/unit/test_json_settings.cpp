@@ -74,6 +74,8 @@ const std::vector<fake::SectionCase> kCases = {
     {"audio other type", false, R"({"audio":3})", R"({"audio":false,"status":false})", {}, {}},
     {"audio codec word sets its rate", true, R"({"audio":{"encMode":"G711A"}})",
      R"({"audio":{)" + kAudioAfter + R"("encMode":"G711A","volume":50,"hdmiAudEn":1,"ndiAudEn":0},"status":true})", {"57"}, {}},
+    {"audio OPUS brings the compressed rate", true, R"({"audio":{"encMode":"opus"}})",
+     R"({"audio":{)" + kAudioAfter + R"("encMode":"OPUS","bitrate":96000,"volume":50,"hdmiAudEn":1,"ndiAudEn":0},"status":true})", {"57"}, {}},
     {"audio volume alone", true, R"({"audio":{"volume":10}})",
      R"({"audio":{)" + kAudioAfter + R"("encMode":"AAC","bitrate":96000,"volume":10,"hdmiAudEn":1,"ndiAudEn":0},"status":true})", {"58"}, {}},
     {"audio unknown sound mode word ignored", true, R"({"audio":{"soundMode":"Quad"}})",

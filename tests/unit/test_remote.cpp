@@ -111,6 +111,7 @@ TEST(RemoteTables, ShutterAndIris) {
     EXPECT_EQ(shutter_speed_of(21, true, true), 100000);
     EXPECT_EQ(shutter_speed_of(-1, false, false), 30);
     EXPECT_EQ(shutter_position_of(25, false), 5);
+    EXPECT_EQ(shutter_position_of(2500, false), 18);
     EXPECT_EQ(shutter_position_of(2150, true), 11);
     EXPECT_EQ(shutter_position_of(2150, false), -1);
     EXPECT_EQ(shutter_position_of(100000, true), 21);
@@ -248,4 +249,32 @@ TEST_F(RemoteCommand, CamFixedAnswers) {
             << command;
     }
     EXPECT_TRUE(camera.sent().empty());
+}
+
+// Drives and the motors' positions (the camera area of the store): the
+// reply line and every packet each command sent.
+TEST_F(RemoteCommand, DrivesAndMotorPositions) {
+    fake::FakeSystem sys;
+    const fake::SystemInstalled installed(sys);
+    sys.store->cam.pan() = 0x1234, sys.store->cam.tilt() = 0x5678;
+    sys.store->cam.zoom() = 8192, sys.store->cam.focus() = 0x2000;
+    const std::tuple<const char*, const char*, std::vector<std::string>> rows[] = {
+        {"#F01", "fS01", {"81 01 04 38 03 ff", "81 01 04 08 27 ff"}},
+        {"#Z99", "zS99", {"81 01 04 07 38 ff"}},
+        {"#AXZ555", "axz2000", {"81 01 04 47 02 00 00 00 ff"}},
+        {"#AXF555", "axf2000", {"81 01 04 48 02 00 00 00 ff"}},
+        {"#AXZ", "axzaaa", {}},
+        {"#AXF", "axfaaa", {}},
+        {"#PTV", "pTV12345678aaa2000fff", {}},  // zoom converted on the way out, focus not
+        {"LZS:5", "LZS:5", {}},
+        {"hzt", "hzt", {"81 01 04 07 25 ff"}},
+        {"LZS:9", "LZS:9", {}},  // clamped to 7
+        {"HZW", "HZW", {"81 01 04 07 37 ff"}},
+    };
+    for (const auto& [command, reply, packets] : rows) {
+        camera.log.clear();
+        const std::string arg = std::string("cmd=") + command;
+        EXPECT_EQ(command[0] == '#' ? ptz(arg.c_str()) : cam(arg.c_str()), text(std::string(reply) + "\r\n"));
+        EXPECT_EQ(camera.sent(), packets) << command;
+    }
 }

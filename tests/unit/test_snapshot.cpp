@@ -80,4 +80,21 @@ TEST_F(Picture, SnapshotsAndPreview) {
     }
 }
 
+// The parameters' limits: a mode and a flag of a byte each, sides of 16 to 4080.
+TEST_F(Picture, ParameterLimits) {
+    const Scratch dir("limits");
+    const fake::RootInstalled root(dir.path());
+    sys.on_command = [&](const fake::Command&, SysStore&) { std::ofstream(root.make("/tmp/snap.jpg")) << "J"; };
+    const std::array<std::array<int, 5>, 8> rows{{{0, 255, 16, 4080, 0},
+                                                  {255, 0, 4080, 16, 0},
+                                                  {-1, 0, 16, 16, -1},
+                                                  {256, 0, 16, 16, -1},
+                                                  {0, -1, 16, 16, -1},
+                                                  {0, 256, 16, 16, -1},
+                                                  {0, 0, 15, 16, -1},
+                                                  {0, 0, 16, 4081, -1}}};
+    for (const auto& [mode, flag, width, height, result] : rows)
+        EXPECT_EQ(image_snapshot(mode, "", width, height, flag), result) << mode << " " << flag << " " << width;
+}
+
 }  // namespace
