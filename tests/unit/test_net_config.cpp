@@ -91,6 +91,8 @@ TEST_F(NetConfig, ReadsAndWritesNameServers) {
         CHECK_EQ_IN_CHILD(out, net_set_dns2("4.4.4.4", "5.5.5.5"), 0);
         CHECK_EQ_IN_CHILD(out, slurp("/etc/resolv.conf"),
                           std::string("nameserver 4.4.4.4\nnameserver 5.5.5.5\n"));
+        CHECK_EQ_IN_CHILD(out, net_set_dns("7.7.7.7"), 0);
+        CHECK_EQ_IN_CHILD(out, slurp("/etc/resolv.conf"), std::string("nameserver 7.7.7.7\n"));
         CHECK_EQ_IN_CHILD(out, net_set_dns1("6.6.6.6"), 0);
         CHECK_EQ_IN_CHILD(out, slurp("/etc/resolv.conf"), std::string("nameserver 6.6.6.6\n"));
         CHECK_EQ_IN_CHILD(out, net_get_dns2(), 0u);
@@ -192,6 +194,11 @@ TEST(NetParse, InternetChecksum) {
     uint16_t c = net_icmp_checksum(odd, 5);
     std::memcpy(odd + 2, &c, 2);
     EXPECT_EQ(net_icmp_checksum(odd, 5), 0);
+    // A sum whose first fold carries again (ffff + ffff + 0001 in either byte order).
+    unsigned char carry[] = {0xff, 0xff, 0xff, 0xff, 0x01, 0x00, 0x00, 0x00};
+    c = net_icmp_checksum(carry, 8);
+    std::memcpy(carry + 6, &c, 2);
+    EXPECT_EQ(net_icmp_checksum(carry, 8), 0);
 }
 
 }  // namespace

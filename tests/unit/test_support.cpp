@@ -184,6 +184,11 @@ TEST_F(SupportTest, DiagnosticFilesMoveAsideAbove2MiB) {
     const std::string txt = path("text.log");
     EXPECT_EQ(log_append_text(txt.c_str(), "hello", 99, "rx"), 0);
     EXPECT_TRUE(slurp(txt).ends_with("]rx:\nhello\n"));
+    EXPECT_EQ(log_append_text(txt.c_str(), "ended\n", 6, "rx"), 0);  // a text that ends its line
+    EXPECT_TRUE(slurp(txt).ends_with("]rx:\nended\n"));
+    EXPECT_EQ(log_append_text(nullptr, "x", 1, "rx"), -1);
+    EXPECT_EQ(log_file_limit(nullptr), 0);
+    EXPECT_EQ(ini_copy_file(nullptr, txt.c_str()), -1);
 }
 
 TEST_F(SupportTest, HexPrintBreaksLinesAfterSixteenAndAtTheEnd) {
