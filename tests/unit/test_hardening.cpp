@@ -77,8 +77,9 @@ TEST_F(Hardening, DigitalZoomOutsideItsRangeIsRefused) {
         EXPECT_NE(out.find("\"digital_zoom\":\tfalse"), std::string::npos) << value << out;
     }
     EXPECT_TRUE(sys.journal.empty());
-    EXPECT_NE(capture([] { json_set_ctrl(R"({"image":{"digital_zoom":100}})"); }).find("\"digital_zoom\":\t100"),
-              std::string::npos);
+    EXPECT_NE(
+        capture([] { json_set_ctrl(R"({"image":{"digital_zoom":100}})"); }).find("\"digital_zoom\":\t100"),
+        std::string::npos);
     ASSERT_EQ(sys.ids(), std::vector<uint32_t>{49});
     EXPECT_EQ(sys.journal[0].data, (std::vector<uint8_t>{0x9C, 0x03, 0x00, 0x00}));  // 924
 }

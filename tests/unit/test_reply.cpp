@@ -38,8 +38,16 @@ TEST(ReplyUrlDecode, Rows) {
     url_decode_checked("x", nullptr);
     url_decode_checked("%41", out);
     EXPECT_STREQ(out, "A");
-    for (const auto& [c, value] : std::vector<std::pair<int, int>>{
-             {'0', 0}, {'9', 9}, {'a', 10}, {'f', 15}, {'A', 10}, {'F', 15}, {'g', -1}, {'/', -1}, {0, -1}, {0xC1, -1}})
+    for (const auto& [c, value] : std::vector<std::pair<int, int>>{{'0', 0},
+                                                                   {'9', 9},
+                                                                   {'a', 10},
+                                                                   {'f', 15},
+                                                                   {'A', 10},
+                                                                   {'F', 15},
+                                                                   {'g', -1},
+                                                                   {'/', -1},
+                                                                   {0, -1},
+                                                                   {0xC1, -1}})
         EXPECT_EQ(hex_digit_value(c), value) << c;
 }
 

@@ -84,7 +84,9 @@ TEST_F(Picture, SnapshotsAndPreview) {
 TEST_F(Picture, ParameterLimits) {
     const Scratch dir("limits");
     const fake::RootInstalled root(dir.path());
-    sys.on_command = [&](const fake::Command&, SysStore&) { std::ofstream(root.make("/tmp/snap.jpg")) << "J"; };
+    sys.on_command = [&](const fake::Command&, SysStore&) {
+        std::ofstream(root.make("/tmp/snap.jpg")) << "J";
+    };
     const std::array<std::array<int, 5>, 8> rows{{{0, 255, 16, 4080, 0},
                                                   {255, 0, 4080, 16, 0},
                                                   {-1, 0, 16, 16, -1},
@@ -94,7 +96,8 @@ TEST_F(Picture, ParameterLimits) {
                                                   {0, 0, 15, 16, -1},
                                                   {0, 0, 16, 4081, -1}}};
     for (const auto& [mode, flag, width, height, result] : rows)
-        EXPECT_EQ(image_snapshot(mode, "", width, height, flag), result) << mode << " " << flag << " " << width;
+        EXPECT_EQ(image_snapshot(mode, "", width, height, flag), result)
+            << mode << " " << flag << " " << width;
 }
 
 }  // namespace
