@@ -127,6 +127,12 @@ const std::vector<Row> kRows = {
                                                          Bytes{0x00, 0x50, 0xFF}, kFail},
      [] { return image_ircut_get() + image_ircut_get(); }, -2,
      {"w5 81 09 04 51 ff", "w1 81 09 04 01 ff", "w5 81 09 04 51 ff", "w3 81 09 04 01 ff"}},
+    {"IR-cut: an empty first reply asks the filter with a length of 0", {Bytes{}, Bytes{0x90, 0x50, 0x02, 0xFF}},
+     [] { return image_ircut_get(); }, -1, {"w5 81 09 04 51 ff", "w0 81 09 04 01 ff"}},
+    {"a bare version reply is an empty text", {Bytes{0x90, 0x50, 0xFF}}, [] {
+         char v[8] = "x";
+         return image_camera_version(v, sizeof v) * 10 + (v[0] == '\0');
+     }, 1, {"w64 81 09 00 03 ff"}},
     {"IR-cut settings", {}, [] { return image_ircut_set(2) + image_ircut_set(1) + image_ircut_set(0); }, 0,
      {"n 81 01 04 51 02 ff", "n 81 01 04 51 03 ff", "n 81 01 04 01 02 ff", "n 81 01 04 51 03 ff",
       "n 81 01 04 01 03 ff"}},
