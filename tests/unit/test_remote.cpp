@@ -260,6 +260,8 @@ TEST_F(RemoteCommand, DrivesAndMotorPositions) {
     sys.store->cam.zoom() = 8192, sys.store->cam.focus() = 0x2000;
     const std::tuple<const char*, const char*, std::vector<std::string>> rows[] = {
         {"#F01", "fS01", {"81 01 04 38 03 ff", "81 01 04 08 27 ff"}},
+        {"#D11", "d11", {"81 01 04 38 02 ff"}},
+        {"#D10", "d10", {"81 01 04 38 03 ff"}},
         {"#Z99", "zS99", {"81 01 04 07 38 ff"}},
         {"#AXZ555", "axz2000", {"81 01 04 47 02 00 00 00 ff"}},
         {"#AXF555", "axf2000", {"81 01 04 48 02 00 00 00 ff"}},
