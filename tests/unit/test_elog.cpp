@@ -180,7 +180,7 @@ TEST_F(ElogTest, AssertionHookSeesRefusedLevel) {
     EXPECT_EQ(g_assert_expr, "level <= ELOG_LVL_VERBOSE");
     EXPECT_TRUE(drain().empty());
     g_assert_expr.clear();
-    elog_strcpy(0, nullptr, "x");
+    EXPECT_EQ(elog_strcpy(0, nullptr, "x"), 0u);
     EXPECT_EQ(g_assert_expr, "dst");
 }
 

@@ -76,6 +76,7 @@ TEST(RemoteParse, MatchingAndScanning) {
     EXPECT_EQ(slots[1], 7);
     EXPECT_EQ(scan_fields("-5", "d2", slots), 0);  // no sign, no blanks
     EXPECT_EQ(leading_number("01F4", 16), 0x1F4);
+    EXPECT_EQ(leading_number("Af", 16), 0xAF);
     EXPECT_FALSE(leading_number("x7", 10).has_value());
 }
 
@@ -83,6 +84,7 @@ TEST(RemoteConvert, SpeedsAndPositions) {
     auto eq = [](Drive d, int dir, int speed) { return d.direction == dir && d.speed == speed; };
     EXPECT_TRUE(eq(pan_tilt_speed(50, kPanK), 3, 10));
     EXPECT_TRUE(eq(pan_tilt_speed(99, kPanK), 2, 23));
+    EXPECT_TRUE(eq(pan_tilt_speed(75, kPanK), 2, 12));
     EXPECT_TRUE(eq(pan_tilt_speed(0, kPanK), 1, 24));
     EXPECT_TRUE(eq(pan_tilt_speed(99, kPtsTiltK), 2, 22));
     // Zoom and focus products are not limited, and 50 does not stop them.
@@ -118,6 +120,7 @@ TEST(RemoteTables, ShutterAndIris) {
     EXPECT_EQ(osh_position(8), 17);
     EXPECT_EQ(osh_position(4), -1);
     EXPECT_EQ(qsh_digit(21), 10);
+    EXPECT_EQ(qsh_digit(19), 9);
     EXPECT_EQ(qsh_digit(16), 0);
     EXPECT_EQ(iris_code(3), 96);
     EXPECT_EQ(iris_code(14), 20);

@@ -84,6 +84,8 @@ TEST_F(SupportTest, IniReadsAndWritesSectionsAndKeys) {
     EXPECT_EQ(ini_value(path("absent.ini"), "0", "size"), bad);
     EXPECT_EQ(ini_value(ini, nullptr, "size"), bad);
     EXPECT_EQ(ini_value(ini, "1", "size", 3), "40");
+    EXPECT_EQ(ini_value(ini, "1", "size", 1), "");  // room for the end only
+    EXPECT_EQ(ini_value(ini, "1", "size", 0), bad);
 
     // Changing a value keeps every other line.
     EXPECT_EQ(ini_set_value(ini.c_str(), "0", "size", "99"), 0);
