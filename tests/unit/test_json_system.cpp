@@ -6,6 +6,8 @@
 
 #include "cgi/upload.h"
 #include "json/json_system.h"
+#include <sys/mount.h>
+
 #include <fstream>
 
 #include "scratch.h"
@@ -218,6 +220,26 @@ TEST_F(JsonSystem, FilesBelowTheRoot) {
     // clang-format on
     fake::run_section_cases(sys, shell, cases);
     EXPECT_TRUE(std::filesystem::exists(dir.path("tmp/sd.keep")));
+
+    // A card of 8 MiB with 1 MiB used; the export of an archive that is empty.
+    ASSERT_EQ(::mount("tmpfs", dir.path("mnt/sd").c_str(), "tmpfs", 0, "size=8m"), 0);
+    std::ofstream(root.make("/mnt/sd/a.bin")) << std::string(1 << 20, 'a');
+    std::ofstream(root.make("/tmp/params.tar.gz")).flush();
+    fake::run_section_cases(sys, shell,
+                            {{"the card's sizes",
+                              false,
+                              R"({"system":{"sd":{"storage size":true,"avail size":true}}})",
+                              R"({"system":{"sd":{"storage size":8,"avail size":7}},"status":true})",
+                              {},
+                              {}},
+                             {"an empty archive is exported as the header alone",
+                              false,
+                              R"({"system":{"params":true}})",
+                              R"({"system":{"params":"http://0.0.0.0/fw_params.bin"},"status":true})",
+                              {},
+                              {"tar -zcvf /tmp/params.tar.gz /opt/params"}}});
+    ::umount(dir.path("mnt/sd").c_str());
+    EXPECT_EQ(std::filesystem::file_size(dir.path("opt/ipnc/www/fw_params.bin")), 344u);
 }
 
 TEST(ParamsHeader, Fields) {

@@ -16,6 +16,7 @@
 #include <functional>
 
 #include "net/net_config.h"
+#include "fake_files.h"
 #include "scratch.h"
 
 namespace {
@@ -143,6 +144,12 @@ TEST_F(NetConfig, DefaultGatewayFromRouteTable) {
         CHECK_EQ_IN_CHILD(out, net_get_gateway(), ip("10.0.0.2"));
         // Outside the subnet: a host route makes it reachable first.
         CHECK_EQ_IN_CHILD(out, net_set_gateway(ip("172.16.0.1")), 0);
+        CHECK_EQ_IN_CHILD(out, net_get_gateway(), ip("172.16.0.1"));
+        {  // without a route table to read, nothing is changed
+            const Scratch dir("noroute");
+            const fake::RootInstalled root(dir.path());
+            CHECK_EQ_IN_CHILD(out, net_set_gateway(ip("10.0.0.3")), -1);
+        }
         CHECK_EQ_IN_CHILD(out, net_get_gateway(), ip("172.16.0.1"));
         return out;
     });
