@@ -182,6 +182,12 @@ TEST_F(JsonSettings, PayloadBytes) {
     EXPECT_EQ(sys.info().ntp.port, 99u);
 }
 
+// A stored code no word stands for (its high bytes count) is left out.
+TEST_F(JsonSettings, CodeBeyondTheWordsIsLeftOut) {
+    sys.info().audio.encMode = 0x105;
+    EXPECT_EQ(json_reply(json_get_ctrl, R"({"audio":{"encMode":true}})"), R"({"audio":{},"status":true})");
+}
+
 // The time service's state is its ready file below the camera's /tmp.
 TEST_F(JsonSettings, NtpStateFollowsTheReadyFile) {
     const Scratch dir("ntp_ready");
