@@ -186,6 +186,7 @@ TEST(NetParse, TwelveDigitAndDottedForms) {
         const bool parsed = net_parse_addr(text.data(), reinterpret_cast<unsigned char*>(&addr)) == 1;
         EXPECT_EQ(parsed ? net_dotted(addr) : "", want) << text;
     }
+    EXPECT_EQ(net_set_mac(nullptr), -1);  // no text: refused before anything runs
 }
 
 TEST(NetParse, InternetChecksum) {
