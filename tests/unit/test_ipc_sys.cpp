@@ -5,6 +5,7 @@
 #include "records/records.h"
 #include "ipc/msg_util.h"
 #include "ipc/sys_msg_drv.h"
+#include "ipc/sys_port.h"
 #include "test_ipc_peer.h"
 
 namespace {
@@ -59,6 +60,8 @@ TEST_F(IpcSysChannel, RefusesUnknownIdAndNullBuffer) {
     EXPECT_EQ(TransmitMsg2Sys(71, data, 4, nullptr), -1);
     EXPECT_EQ(TransmitMsg2Sys(0xFFFFFFFF, data, 4, nullptr), -1);
     EXPECT_EQ(TransmitMsg2Sys(5, nullptr, 4, nullptr), -1);
+    EXPECT_EQ(sys_send_text(SysCmd::device_name, nullptr), -1);
+    EXPECT_EQ(sys_send_text(SysCmd::standby, "x"), -1);  // a command of another kind
     EXPECT_EQ(queued_messages(qid_), 0);
     EXPECT_EQ(InitSysMsgDrv(0), -1);
     EXPECT_EQ(InitSysMsgDrv(27), -1);
