@@ -1,8 +1,8 @@
 // A system server behind the system port for the unit tests: an in-memory
 // store (settings record, live state, camera and tracking areas) and a
 // journal of every command with its payload bytes. A command succeeds unless
-// `refuse` names it (or `silent`, which times out); `on_command` may play the server's part and change the
-// record before the reply.
+// `refuse` names it (or `silent`, which times out); `on_command` may play the
+// server's part and change the record before the reply.
 #pragma once
 
 #include <gtest/gtest.h>
